@@ -1,0 +1,20 @@
+// Everything of ZoNetwork and ZoUtils in one include.
+#ifndef ZONETWORK_ZONETWORK_H
+#define ZONETWORK_ZONETWORK_H
+
+// ZoUtils
+#include "ZoUtils/DynamicLoadBase.h"
+#include "ZoUtils/ZoError.h"
+#include "ZoUtils/ZoErrorCodes.h"
+#include "ZoUtils/ZoFile.h"
+#include "ZoUtils/ZoLibrary.h"
+#include "ZoUtils/ZoLog.h"
+#include "ZoUtils/ZoString.h"
+#include "ZoUtils/ZoTime.h"
+#include "ZoUtils/ZoUtilsExport.h"
+
+// ZoNetwork
+#include "ZoNetwork/ZoNetworkExport.h"
+#include "ZoNetwork/ZoSockInit.h"
+
+#endif  // ZONETWORK_ZONETWORK_H

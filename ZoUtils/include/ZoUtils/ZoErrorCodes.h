@@ -1,0 +1,82 @@
+/*
+ * The library's own fixed error codes, in one table.
+ *
+ * Errors that come from a system call travel as that call's own number (errno,
+ * or the EAI_* code of the resolver). The codes below are the ones the library
+ * makes itself; each has a name, the number it has on Windows and the number
+ * it has on Linux, chosen by meaning. Code compares against the names, never
+ * against numbers, so the same source builds for either platform.
+ *
+ * This header compiles as C and as C++.
+ */
+#ifndef ZOUTILS_ZOERRORCODES_H
+#define ZOUTILS_ZOERRORCODES_H
+
+#include "ZoUtils/ZoUtilsExport.h"
+
+#ifndef _WIN32
+#include <errno.h>
+#include <netdb.h>
+#endif
+
+/*
+ * XX(name, windows, linux, meaning)
+ *
+ * Two names may share one Linux number where Linux has no finer word; the
+ * comment on each says which Windows code it stands for.
+ */
+#define ZONET_ERROR_CODE_MAP(XX)                                                                 \
+  /* Object layer, through ErrorWin32 */                                                         \
+  XX(ZONET_ERR_INVALID_PARAMETER, 87, EINVAL, "invalid argument")                                \
+  XX(ZONET_ERR_INVALID_STATE, 774, EBADFD, "wrong object state, socket closed, time-out")        \
+  XX(ZONET_ERR_NOT_ENOUGH_MEMORY, 8, ENOMEM, "out of memory (flat layer and interface walk)")    \
+  XX(ZONET_ERR_OUTOFMEMORY, 14, ENOMEM, "out of memory (descriptor sets, blacklist)")           \
+  XX(ZONET_ERR_INVALID_DATA, 13, EBADMSG, "data that cannot be read as what it should be")       \
+  XX(ZONET_ERR_NOT_SUPPORTED, 50, EOPNOTSUPP, "not supported on this system")                    \
+  XX(ZONET_ERR_NO_DATA, 232, ENODATA, "no data")                                                 \
+  XX(ZONET_ERR_NO_MORE_ITEMS, 259, ENOENT, "end of a walk")                                      \
+  XX(ZONET_ERR_NOT_FOUND, 1168, ENOENT, "not found")                                             \
+  XX(ZONET_ERR_EMPTY, 4306, ENODATA, "an empty file")                                            \
+  XX(ZONET_ERR_MOD_NOT_FOUND, 126, ELIBACC, "a library could not be loaded")                     \
+  XX(ZONET_ERR_PROC_NOT_FOUND, 127, ENOSYS, "a function was not found in a loaded library")      \
+  /* Socket layer */                                                                             \
+  XX(ZONET_ERR_NOT_SOCKET, 10038, ENOTSOCK, "not a socket")                                      \
+  XX(ZONET_ERR_AF_NOT_SUPPORTED, 10047, EAFNOSUPPORT, "no address of a usable family")           \
+  /* Resolver: EAI_* codes on Linux, negative numbers */                                         \
+  XX(ZONET_ERR_HOST_NOT_FOUND, 11001, EAI_NONAME, "host not found, or a DNS name collision")     \
+  XX(ZONET_ERR_TRY_AGAIN, 11002, EAI_AGAIN, "temporary resolver failure")                        \
+  XX(ZONET_ERR_NO_RECOVERY, 11003, EAI_FAIL, "non-recoverable resolver failure")                 \
+  /* Flat-layer codes of the library's own */                                                    \
+  XX(ZONET_ERR_NAME_TOO_LONG, 7, ENAMETOOLONG, "a text or path does not fit")                    \
+  XX(ZONET_ERR_NO_ADDRESS, 22, EADDRNOTAVAIL, "no address to try")                               \
+  /* C-library numbers, through ErrorErrNo */                                                    \
+  XX(ZONET_ERRNO_TIMEDOUT, 137, ETIMEDOUT, "timed out")                                          \
+  XX(ZONET_ERRNO_IO, 5, EIO, "input/output error")                                               \
+  XX(ZONET_ERRNO_AFNOSUPPORT, 102, EAFNOSUPPORT, "address family not supported")
+
+#ifdef _WIN32
+#define ZONET_ERROR_CODE_ENUM_(name, win, lnx, text) name = (win),
+#else
+#define ZONET_ERROR_CODE_ENUM_(name, win, lnx, text) name = (lnx),
+#endif
+
+enum ZONET_ERROR_CODE { ZONET_ERROR_CODE_MAP(ZONET_ERROR_CODE_ENUM_) };
+
+#undef ZONET_ERROR_CODE_ENUM_
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * The name of a fixed code ("ZONET_ERR_INVALID_STATE"), or NULL when the number
+ * is none of them. Where two names share a number the first of the table is
+ * given. The text is static.
+ */
+ZOUTILS_API const char* ZONET_ErrorCodeName(int code);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZOUTILS_ZOERRORCODES_H */

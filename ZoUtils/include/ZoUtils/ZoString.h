@@ -1,0 +1,115 @@
+// Text: the narrow string class CZoString and the helpers of FXString.
+#ifndef ZOUTILS_ZOSTRING_H
+#define ZOUTILS_ZOSTRING_H
+
+#include <cstdarg>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "ZoUtils/ZoError.h"
+#include "ZoUtils/ZoUtilsExport.h"
+
+// A narrow text with its own length and buffer. The text is always
+// NUL-terminated and never null; a null const char* reads as empty text.
+class ZOUTILS_API CZoString {
+public:
+  CZoString();
+  CZoString(const char* text);  // NOLINT: implicit on purpose, as text literals are passed everywhere
+  CZoString(const CZoString& other);
+  CZoString(CZoString&& other) noexcept;
+  ~CZoString();
+
+  CZoString& operator=(const CZoString& other);
+  CZoString& operator=(CZoString&& other) noexcept;
+  CZoString& operator=(const char* text);
+
+  bool operator==(const char* text) const;
+  // One character by value; '\0' past the end.
+  char operator[](size_t index) const;
+  operator const char*() const { return c_str(); }
+  const char* c_str() const;
+
+  CZoString operator+(const CZoString& other) const;
+  CZoString operator+(const char* text) const;
+  CZoString& operator+=(const CZoString& other);
+  CZoString& operator+=(const char* text);
+
+  // Appends "/" unless the text already ends in one.
+  CZoString& AppendForwardSlash();
+  // Removes the last character when it is c.
+  CZoString& CheckAndRemoveLastCharacter(char c);
+  // Cuts the text at pos; nothing happens when pos is at or past the end.
+  CZoString& ChopAt(size_t pos);
+
+  void Clear();
+  bool IsEmpty() const { return m_length == 0; }
+  size_t Length() const { return m_length; }
+
+  // Index of the first c at or after start; negative when there is none.
+  int Find(char c, size_t start) const;
+  // Index of the first occurrence of text at or after start; negative when
+  // there is none or text is null.
+  int Find(char* text, size_t start) const;
+  // Index of the last c at or before start; start 0 searches from the end.
+  int ReverseFind(char c, size_t start) const;
+  // count characters from start; a count of -1 (or past the end) means to the end.
+  CZoString SubStr(size_t start, size_t count) const;
+  CZoString ToUpper() const;
+
+  // Direct filling: reserve room for size characters and the NUL, write
+  // through GetBuffer(), then ReCalculateLength() to make the length agree
+  // with the first NUL. AllocateBuffer keeps the text and returns false when
+  // memory is short.
+  bool AllocateBuffer(size_t size);
+  size_t GetAllocatedSize() const { return m_capacity; }
+  char* GetBuffer();
+  size_t ReCalculateLength();
+
+private:
+  void Assign(const char* text, size_t length);
+  void Append(const char* text, size_t length);
+  char* m_buffer;     // null while nothing is allocated; c_str() then gives ""
+  size_t m_length;
+  size_t m_capacity;  // usable characters, not counting the NUL
+};
+
+ZOUTILS_API CZoString operator+(const char* text, const CZoString& other);
+
+namespace FXString {
+
+// The most characters FormatArgList produces; a longer result is an error.
+constexpr size_t kMaxFormattedLength = 64 * 1024;
+
+// printf into a new string (cut at kMaxFormattedLength).
+ZOUTILS_API std::string Format(const char* format, ...) ZO_PRINTF_LIKE(1, 2);
+// The same from an argument list. An error (ZONET_ERR_NAME_TOO_LONG) means the
+// text did not fit, and out keeps what did; a null format is
+// ZONET_ERR_INVALID_PARAMETER.
+ZOUTILS_API CZoError FormatArgList(std::string& out, const char* format, va_list args);
+
+// Wide (UTF-32) to narrow (UTF-8) and back; a bad sequence becomes U+FFFD.
+// A null pointer converts to an empty string.
+ZOUTILS_API std::string ToString(const wchar_t* text);
+ZOUTILS_API std::string ToString(const std::wstring& text);
+ZOUTILS_API std::wstring ToWstring(const char* text);
+ZOUTILS_API std::wstring ToWstring(const std::string& text);
+
+// ASCII letters to lower case, in place.
+ZOUTILS_API void ToLower(std::string& text);
+// Empties out, then fills it with the pieces of text between separators,
+// empty pieces included. An empty separator gives the whole text as one piece.
+// Only flags 0 is defined.
+ZOUTILS_API void Split(const std::string& text, const std::string& separator, std::vector<std::string>& out,
+                       unsigned long flags);
+// Removes tail when the text ends with it; true when it did.
+ZOUTILS_API bool RemoveRight(std::string& text, const std::string& tail);
+// Replaces every occurrence of from at or after start; the count. An empty
+// from replaces nothing.
+ZOUTILS_API int ReplaceAll(std::string& text, const std::string& from, const std::string& to, size_t start);
+// Removes trailing characters that are in the set.
+ZOUTILS_API void TrimRight(std::string& text, const std::string& characters);
+
+}  // namespace FXString
+
+#endif  // ZOUTILS_ZOSTRING_H

@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# The test command. Installs what is needed, builds with warnings as errors,
+# builds and runs the package consumer, runs the fuzz targets for a bounded
+# time, the whole suite under ASan+UBSan, the thread tests under TSan, and
+# last the whole suite of the normal build, whose summary closes the output.
+#   FUZZ_SECONDS  seconds per fuzz target (default 60; 0 skips fuzzing)
+#   ZONET_QUICK=1 only the normal build and its suite
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+jobs=2
+fuzz_seconds=${FUZZ_SECONDS:-60}
+
+step() { printf '\n==== %s\n' "$*"; }
+
+step "dependencies"
+scripts/deps.sh
+
+step "build (warnings are errors)"
+cmake --preset ci >/dev/null
+cmake --build --preset ci -j"$jobs"
+
+if [ "${ZONET_QUICK:-0}" != 1 ]; then
+  step "install the package and build the consumer against it"
+  rm -rf build/install build/consumer
+  cmake --install build/ci --prefix build/install >/dev/null
+  cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$root/build/install" >/dev/null
+  cmake --build build/consumer -j"$jobs"
+  LD_LIBRARY_PATH="$root/build/install/lib" build/consumer/consumer
+  LD_LIBRARY_PATH="$root/build/install/lib" PKG_CONFIG_PATH="$root/build/install/lib/pkgconfig" \
+    sh -c 'c++ -std=c++17 tests/consumer/consumer.cpp $(pkg-config --cflags --libs zonetwork) -o build/consumer/consumer-pc && build/consumer/consumer-pc'
+
+  if [ "$fuzz_seconds" -gt 0 ]; then
+    step "fuzz targets, ${fuzz_seconds}s each"
+    cmake --preset fuzz >/dev/null
+    cmake --build --preset fuzz -j"$jobs"
+    for target in build/fuzz/fuzz/fuzz_*; do
+      [ -x "$target" ] || continue
+      name=$(basename "$target")
+      corpus="build/fuzz/corpus/$name"
+      mkdir -p "$corpus"
+      seeds="fuzz/corpus/$name"
+      [ -d "$seeds" ] || seeds=""
+      echo "-- $name"
+      "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=0 $corpus $seeds 2>&1 | tail -n 2
+    done
+  fi
+
+  step "whole suite under ASan+UBSan"
+  cmake --preset asan >/dev/null
+  cmake --build --preset asan -j"$jobs"
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --preset asan -j"$jobs" | tail -n 4
+
+  step "thread tests under TSan"
+  cmake --preset tsan >/dev/null
+  cmake --build --preset tsan -j"$jobs"
+  TSAN_OPTIONS=halt_on_error=1 ctest --preset tsan | tail -n 4
+fi
+
+step "whole suite"
+ctest --preset ci -j"$jobs"

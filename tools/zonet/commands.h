@@ -1,0 +1,24 @@
+// The subcommands of zonet, one function each.
+#ifndef ZONET_TOOLS_COMMANDS_H
+#define ZONET_TOOLS_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+namespace zonet {
+
+using Args = std::vector<std::string>;
+
+struct Command {
+  const char* name;
+  const char* args;
+  const char* help;
+  int (*run)(const Args& args);
+};
+
+// Exit status 0 for success, 1 for a failure of the library, 2 for a usage error.
+int CmdVersion(const Args& args);
+
+}  // namespace zonet
+
+#endif  // ZONET_TOOLS_COMMANDS_H
