@@ -15,6 +15,7 @@
 
 // ZoNetwork
 #include "ZoNetwork/ZoNetworkExport.h"
+#include "ZoNetwork/ZoNetAddr.h"
 #include "ZoNetwork/ZoSockInit.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
