@@ -13,6 +13,21 @@ fuzz_seconds=${FUZZ_SECONDS:-60}
 
 step() { printf '\n==== %s\n' "$*"; }
 
+# Runs a command with its output in a log; shows the tail on success and the
+# whole log on failure.
+logged() {
+  local log=$1 lines=$2
+  shift 2
+  mkdir -p "$(dirname "$log")"
+  if "$@" >"$log" 2>&1; then
+    tail -n "$lines" "$log"
+  else
+    cat "$log"
+    echo "FAILED: $*" >&2
+    exit 1
+  fi
+}
+
 step "dependencies"
 scripts/deps.sh
 
@@ -42,7 +57,8 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
       seeds="fuzz/corpus/$name"
       [ -d "$seeds" ] || seeds=""
       echo "-- $name"
-      "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=0 $corpus $seeds 2>&1 | tail -n 2
+      logged "build/fuzz/logs/$name.log" 1 \
+        "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "$corpus" $seeds
     done
   fi
 
@@ -50,12 +66,12 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
   cmake --preset asan >/dev/null
   cmake --build --preset asan -j"$jobs"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    ctest --preset asan -j"$jobs" | tail -n 4
+    logged build/asan/ctest.log 4 ctest --preset asan -j"$jobs"
 
   step "thread tests under TSan"
   cmake --preset tsan >/dev/null
   cmake --build --preset tsan -j"$jobs"
-  TSAN_OPTIONS=halt_on_error=1 ctest --preset tsan | tail -n 4
+  TSAN_OPTIONS=halt_on_error=1 logged build/tsan/ctest.log 4 ctest --preset tsan
 fi
 
 step "whole suite"
