@@ -63,17 +63,25 @@ char CZoString::operator[](size_t index) const { return index < m_length ? m_buf
 
 const char* CZoString::c_str() const { return m_buffer ? m_buffer : kEmpty; }
 
-CZoString CZoString::operator+(const CZoString& other) const {
-  CZoString result(*this);
-  result.Append(other.c_str(), other.m_length);
+namespace {
+// One allocation for the whole result, not one per piece.
+CZoString Joined(const char* a, size_t aLength, const char* b, size_t bLength) {
+  CZoString result;
+  if (!result.AllocateBuffer(aLength + bLength)) throw std::bad_alloc();
+  char* out = result.GetBuffer();
+  if (aLength) std::memcpy(out, a, aLength);
+  if (bLength) std::memcpy(out + aLength, b, bLength);
+  out[aLength + bLength] = '\0';
+  result.ReCalculateLength();
   return result;
+}
+}  // namespace
+
+CZoString CZoString::operator+(const CZoString& other) const {
+  return Joined(c_str(), m_length, other.c_str(), other.m_length);
 }
 
-CZoString CZoString::operator+(const char* text) const {
-  CZoString result(*this);
-  result.Append(text, SafeLength(text));
-  return result;
-}
+CZoString CZoString::operator+(const char* text) const { return Joined(c_str(), m_length, text, SafeLength(text)); }
 
 CZoString operator+(const char* text, const CZoString& other) { return CZoString(text) + other; }
 
