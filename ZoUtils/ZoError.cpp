@@ -161,8 +161,9 @@ std::string CZoError::AsString() const {
   if (!m_isError) return "Success";
   std::vector<const FXErrorItem*> items;
   for (const Node* node = m_head.get(); node != nullptr; node = node->next.get()) items.push_back(node->item.get());
+  // The table's name is not shown: several names share one Linux number, and
+  // a system error that happens to carry it would be misnamed.
   std::string text = FXString::Format("Error %ld", GetErrorCode());
-  if (const char* name = ZONET_ErrorCodeName(m_code)) text += FXString::Format(" (%s)", name);
   for (auto it = items.rbegin(); it != items.rend(); ++it) {
     text += "\n  ";
     text += (*it)->AsString();

@@ -14,3 +14,41 @@ run() {
 }
 
 run version
+
+# Address object and blacklist
+run cidr 10.1.2.3 10.1.0.0/16
+run cidr 10.1.2.3 10.2.0.0/16
+run cidr 10.1.2.3 10.2.0.0
+blacklist_dir=$(mktemp -d)
+printf '10.0.0.1\n2001:db8::7\n/run/peer.sock\n10.0.0.1\n' >"$blacklist_dir/blacklist.txt"
+run blacklist "$blacklist_dir/blacklist.txt" --grace 2 --expire 300
+rm -rf "$blacklist_dir"
+
+# Flat layer: addresses, resolution
+run resolve localhost
+run resolve localhost --family 6
+run addr 127.0.0.1
+run addr ::1
+run addr /tmp/zonet-demo.sock
+
+# Socket object, selector, stack probes
+run stacks
+run bindable 127.0.0.1
+run bindable 192.0.2.1
+run accept 0 --timeout 1
+# A timed accept that a client reaches: the tool prints its port first, and
+# the client connects as soon as that line is read.
+printf '\n$ zonet accept 0 --timeout 5   (a client connects from bash)\n'
+coproc ACCEPT { "$zonet" accept 0 --timeout 5 2>&1; }
+# bash forgets both names once the tool has ended.
+accept_out=${ACCEPT[0]}
+accept_pid=$ACCEPT_PID
+read -r accept_line <&"$accept_out"
+printf '%s\n' "$accept_line"
+accept_port=${accept_line##*:}
+bash -c "exec 3<>/dev/tcp/127.0.0.1/$accept_port" || printf '(the client could not connect)\n'
+cat <&"$accept_out"
+wait "$accept_pid" || printf '(exit status %d)\n' "$?"
+
+# Flat layer: sockets, descriptor sets, socket pairs
+run pair

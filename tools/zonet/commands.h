@@ -18,6 +18,18 @@ struct Command {
 
 // Exit status 0 for success, 1 for a failure of the library, 2 for a usage error.
 int CmdVersion(const Args& args);
+// addresses and resolution (flat layer)
+int CmdResolve(const Args& args);
+int CmdAddr(const Args& args);
+// sockets, descriptor sets, socket pairs (flat layer)
+int CmdPair(const Args& args);
+// address object and blacklist
+int CmdCidr(const Args& args);
+int CmdBlacklist(const Args& args);
+// socket object, selector, stack probes
+int CmdBindable(const Args& args);
+int CmdStacks(const Args& args);
+int CmdAccept(const Args& args);
 
 }  // namespace zonet
 

@@ -14,6 +14,22 @@ namespace {
 const zonet::Command* Commands(size_t& count) {
   static const zonet::Command commands[] = {
       {"version", "", "print the library's version", zonet::CmdVersion},
+      // addresses and resolution (flat layer)
+      {"resolve", "NAME [--family 4|6]", "resolve a host name (or take a local socket path) to its addresses",
+       zonet::CmdResolve},
+      {"addr", "TEXT", "parse a numeric address or a local socket path and show its record", zonet::CmdAddr},
+      // sockets, descriptor sets, socket pairs (flat layer)
+      {"pair", "", "make a loopback socket pair, send a message across it and close both ends", zonet::CmdPair},
+      // address object and blacklist
+      {"cidr", "ADDRESS BLOCK", "whether an IPv4 address lies within a CIDR block", zonet::CmdCidr},
+      {"blacklist", "FILE [--grace N] [--expire S]", "load an address blacklist file and list it",
+       zonet::CmdBlacklist},
+      // socket object, selector, stack probes
+      {"bindable", "ADDRESS", "whether a socket can be bound to an address (or local socket path)",
+       zonet::CmdBindable},
+      {"stacks", "", "whether the IPv4, IPv6 and local (Unix) socket stacks are present", zonet::CmdStacks},
+      {"accept", "PORT --timeout S", "listen on 127.0.0.1:PORT (0: any) and accept one client within S seconds",
+       zonet::CmdAccept},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -17,5 +17,14 @@
 #include "ZoNetwork/ZoNetworkExport.h"
 #include "ZoNetwork/ZoNetAddr.h"
 #include "ZoNetwork/ZoSockInit.h"
+// sockets, descriptor sets, socket pairs (flat layer)
+#include "ZoNetwork/ZoFdset.h"
+#include "ZoNetwork/ZoNetSocket.h"
+// address object and blacklist
+#include "ZoNetwork/ZoIPAddr.h"
+#include "ZoNetwork/ZoIPAddrBlacklist.h"
+// socket object, selector, stack probes
+#include "ZoNetwork/ZoSocket.h"
+#include "ZoNetwork/ZoSocketSelector.h"
 
 #endif  // ZONETWORK_ZONETWORK_H

@@ -17,6 +17,17 @@
 #ifndef _WIN32
 #include <errno.h>
 #include <netdb.h>
+/* A strict ISO C compile (-std=c11) hides the resolver's codes; these are
+ * glibc's fixed values. */
+#ifndef EAI_NONAME
+#define EAI_NONAME -2
+#endif
+#ifndef EAI_AGAIN
+#define EAI_AGAIN -3
+#endif
+#ifndef EAI_FAIL
+#define EAI_FAIL -4
+#endif
 #endif
 
 /*

@@ -1,0 +1,81 @@
+// Inside the flat address layer: the bound resolver for the library's own
+// callers, the library's IPv4 resolver, the Windows version rule of the
+// local-socket decision, and the hooks the tests use to reach states a normal
+// process passes only once. Not installed, not exported: the tests reach it
+// through the static twin of the library.
+#ifndef ZONETWORK_ZONETADDRINTERNAL_H
+#define ZONETWORK_ZONETADDRINTERNAL_H
+
+#include <stdint.h>
+
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include "ZoNetwork/ZoNetAddr.h"
+
+namespace zonet_internal {
+
+using GetAddrInfoFn = int (*)(const char* node, const char* service, const struct addrinfo* hints,
+                              struct addrinfo** result);
+using GetNameInfoFn = int (*)(const struct sockaddr* addr, socklen_t length, char* host, socklen_t hostLength,
+                              char* service, socklen_t serviceLength, int flags);
+using FreeAddrInfoFn = void (*)(struct addrinfo* list);
+
+// ---- the resolver binding ----
+
+// Hints for a stream/TCP look-up with these flags and family, every other
+// field zero: what every resolution of the library asks.
+struct addrinfo TcpStreamHints(int flags, int family);
+
+// The resolver functions every caller inside the library uses: the system's,
+// found at the first call, or the library's own when the system lacks one of
+// the three. The three always belong together.
+GetAddrInfoFn ResolverGetAddrInfo();
+GetNameInfoFn ResolverGetNameInfo();
+FreeAddrInfoFn ResolverFreeAddrInfo();
+
+// The library's own IPv4-only resolver, which stands in for the system's.
+// Errors are the EAI_* codes of the same meaning as the system's resolver.
+int FallbackGetAddrInfo(const char* node, const char* service, const struct addrinfo* hints,
+                        struct addrinfo** result);
+int FallbackGetNameInfo(const struct sockaddr* addr, socklen_t length, char* host, socklen_t hostLength,
+                        char* service, socklen_t serviceLength, int flags);
+void FallbackFreeAddrInfo(struct addrinfo* list);
+
+// Test hooks. Forcing puts the library's own three in place at once and keeps
+// them until the binding is reset; a reset makes the next call bind afresh.
+void ForceResolverFallbacks();
+void ResetResolverBinding();
+// Whether the three in use are the library's own (binds first if needed).
+bool ResolverUsesFallbacks();
+// Replaces how the binding finds a function by name (null: the platform's),
+// so that a test can show what happens when the system lacks one. Takes
+// effect at the next binding; reset the binding around it.
+using ResolverLookupFn = void* (*)(const char* name);
+void SetResolverLookup(ResolverLookupFn lookup);
+
+// ---- once-only states of the address model ----
+
+// Whether the four bytes at the place of the IPv4 address in addr are those
+// of the collision sentinel, 127.0.53.53 (parsed at the first call). For an
+// IPv6 record that place is the flow label, which never matches.
+bool MatchesCollisionSentinel(const ZONET_SockAddr* addr);
+// Puts the collision sentinel back to "not parsed".
+void ResetCollisionSentinel();
+// Whether the collision sentinel has been parsed.
+bool CollisionSentinelReady();
+
+// ---- the local-socket decision ----
+
+// The rule of the other platform, where the system's version decides:
+// Windows 10 (major 10 or later) from build 17763 with update revision 2210,
+// or any later build. 1 supported, 0 not.
+int UnixSocketsSupportedByVersion(uint32_t major, uint32_t ubr, uint32_t build);
+// Puts the decision back to "not decided".
+void ResetUnixSocketsDecision();
+// How many times this process has tried a local socket to decide.
+int UnixSocketTrials();
+
+}  // namespace zonet_internal
+
+#endif  // ZONETWORK_ZONETADDRINTERNAL_H
