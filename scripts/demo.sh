@@ -15,7 +15,18 @@ run() {
 
 run version
 
-# Address object and blacklist
+# Addresses and names: the flat record and the resolver.
+run resolve localhost
+run resolve localhost --family 4
+run resolve ::1 --family 6
+run addr 127.0.0.1
+run addr ::1
+run addr /tmp/zonet-demo.sock
+
+# A connected socket pair over loopback.
+run pair
+
+# The address object's CIDR test, and a blacklist loaded from a file.
 run cidr 10.1.2.3 10.1.0.0/16
 run cidr 10.1.2.3 10.2.0.0/16
 run cidr 10.1.2.3 10.2.0.0
@@ -24,14 +35,7 @@ printf '10.0.0.1\n2001:db8::7\n/run/peer.sock\n10.0.0.1\n' >"$blacklist_dir/blac
 run blacklist "$blacklist_dir/blacklist.txt" --grace 2 --expire 300
 rm -rf "$blacklist_dir"
 
-# Flat layer: addresses, resolution
-run resolve localhost
-run resolve localhost --family 6
-run addr 127.0.0.1
-run addr ::1
-run addr /tmp/zonet-demo.sock
-
-# Socket object, selector, stack probes
+# Stacks, bindable addresses and timed accepts.
 run stacks
 run bindable 127.0.0.1
 run bindable 192.0.2.1
@@ -49,6 +53,3 @@ accept_port=${accept_line##*:}
 bash -c "exec 3<>/dev/tcp/127.0.0.1/$accept_port" || printf '(the client could not connect)\n'
 cat <&"$accept_out"
 wait "$accept_pid" || printf '(exit status %d)\n' "$?"
-
-# Flat layer: sockets, descriptor sets, socket pairs
-run pair
