@@ -11,7 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcurl4-openssl-dev                   # curl's headers; the library itself is loaded at run time
   iproute2 util-linux                    # network and mount namespaces of the resolver tests
-  procps
+  procps binutils                       # nm, for the test of what the libraries export
 )
 
 missing=()
