@@ -327,9 +327,11 @@ TEST(Fdset, BrokenRecordsGiveTheBadPointerMessages) {
   CZoError err = fdset.set(1);
   EXPECT_EQ(ZONET_ERR_INVALID_STATE, err.GetErrorCode());
   EXPECT_TRUE(Mentions(err, "Bad fdset pointer passed to 'set' routine")) << err.AsString();
+  EXPECT_TRUE(Mentions(err, "ZoFdset::set")) << err.AsString();
   err = fdset.clr(1);
   EXPECT_EQ(ZONET_ERR_INVALID_STATE, err.GetErrorCode());
   EXPECT_TRUE(Mentions(err, "Bad fdset pointer passed to 'clr' routine")) << err.AsString();
+  EXPECT_TRUE(Mentions(err, "ZoFdset::clr")) << err.AsString();
   // init starts it afresh.
   ASSERT_FALSE(fdset.init().IsError());
   EXPECT_FALSE(fdset.set(1).IsError());

@@ -12,6 +12,7 @@
 
 #include "ZoNetAddrInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
+#include "ZoNetwork/ZoNetSocket.h"
 #include "support/TestSupport.h"
 
 using zonet_internal::UnixSocketsSupportedByVersion;
@@ -67,6 +68,26 @@ TEST_F(LocalSupport, ATrialSocketDecidesOnceAndLeavesNothingOpen) {
   EXPECT_EQ(ZONET_AreUnixSocketsSupported(), 1);
   EXPECT_EQ(ZONET_AreUnixSocketsSupported(), 1);
   EXPECT_EQ(zonet_internal::UnixSocketTrials(), before + 1);
+}
+
+namespace {
+
+int g_closeCallbacks = 0;
+void CountClose(ZONET_SOCKET) { ++g_closeCallbacks; }
+
+}  // namespace
+
+TEST_F(LocalSupport, TheTrialSocketIsClosedWithoutTheCloseCallback) {
+  // The trial is the library's own business: a host watching its sockets
+  // never hears of it.
+  g_closeCallbacks = 0;
+  ZONET_setclosecb(CountClose);
+  int before = zonet_internal::UnixSocketTrials();
+  int answer = ZONET_AreUnixSocketsSupported();
+  ZONET_setclosecb(nullptr);
+  EXPECT_EQ(answer, 1);
+  EXPECT_EQ(zonet_internal::UnixSocketTrials(), before + 1);
+  EXPECT_EQ(g_closeCallbacks, 0);
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -498,10 +499,13 @@ int RecordingGetNameInfo(const struct sockaddr* addr, socklen_t length, char* ho
   return getnameinfo(addr, length, host, hostLength, service, serviceLength, flags);
 }
 
-void* RecordingLookup(const char* name) {
-  if (strcmp(name, "getaddrinfo") == 0) return reinterpret_cast<void*>(&getaddrinfo);
-  if (strcmp(name, "getnameinfo") == 0) return reinterpret_cast<void*>(&RecordingGetNameInfo);
-  if (strcmp(name, "freeaddrinfo") == 0) return reinterpret_cast<void*>(&freeaddrinfo);
+// A binding that finds these three functions and no others.
+template <zonet_internal::GetAddrInfoFn GetAddrInfo, zonet_internal::GetNameInfoFn GetNameInfo,
+          zonet_internal::FreeAddrInfoFn FreeAddrInfo>
+void* LookupOf(const char* name) {
+  if (strcmp(name, "getaddrinfo") == 0) return reinterpret_cast<void*>(GetAddrInfo);
+  if (strcmp(name, "getnameinfo") == 0) return reinterpret_cast<void*>(GetNameInfo);
+  if (strcmp(name, "freeaddrinfo") == 0) return reinterpret_cast<void*>(FreeAddrInfo);
   return nullptr;
 }
 
@@ -521,7 +525,7 @@ struct ScopedResolverLookup {
 
 TEST_F(NetAddr, ALengthTheResolverRefusesIsTriedOnceMoreAsIpv4) {
   // The system's own getnameinfo, watched on its way through.
-  ScopedResolverLookup watched(RecordingLookup);
+  ScopedResolverLookup watched(LookupOf<getaddrinfo, RecordingGetNameInfo, freeaddrinfo>);
   g_lengthsSeen.clear();
 
   ZONET_SockAddr any = Filled(0);
@@ -533,6 +537,73 @@ TEST_F(NetAddr, ALengthTheResolverRefusesIsTriedOnceMoreAsIpv4) {
   ZONET_SockAddr v6 = Parse("::1");
   EXPECT_EQ(ZONET_ip2str(&v6, buffer, sizeof buffer), 0);
   EXPECT_EQ(g_lengthsSeen, (std::vector<socklen_t>{28}));
+}
+
+namespace {
+
+// A getnameinfo that only notes the length it was given, and knows no names.
+int NoNameGetNameInfo(const struct sockaddr*, socklen_t length, char*, socklen_t, char*, socklen_t, int) {
+  g_lengthsSeen.push_back(length);
+  return EAI_NONAME;
+}
+
+}  // namespace
+
+TEST_F(NetAddr, ANameIsAskedWithSixteenBytesForIpv4AndTheWholeRecordOtherwise) {
+  ZONET_SockAddr v4 = Parse("127.0.0.1");
+  ZONET_SockAddr v6 = Parse("::1");
+  ScopedResolverLookup noNames(LookupOf<getaddrinfo, NoNameGetNameInfo, freeaddrinfo>);
+  g_lengthsSeen.clear();
+  char buffer[64];
+  EXPECT_EQ(ZONET_ip2name(&v4, buffer, sizeof buffer), EAI_NONAME);
+  EXPECT_EQ(ZONET_ip2name(&v6, buffer, sizeof buffer), EAI_NONAME);
+  // Not the 28 bytes of the IPv6 form, and no retry.
+  EXPECT_EQ(g_lengthsSeen, (std::vector<socklen_t>{16, 112}));
+}
+
+namespace {
+
+// A numeric parser that answers with one local entry only, neither IPv4 nor
+// IPv6; its list is its own to free.
+int LocalOnlyGetAddrInfo(const char*, const char*, const struct addrinfo*, struct addrinfo** result) {
+  struct addrinfo* entry = static_cast<struct addrinfo*>(calloc(1, sizeof(struct addrinfo)));
+  struct sockaddr_un* path = static_cast<struct sockaddr_un*>(calloc(1, sizeof(struct sockaddr_un)));
+  path->sun_family = AF_UNIX;
+  entry->ai_family = AF_UNIX;
+  entry->ai_socktype = SOCK_STREAM;
+  entry->ai_addrlen = sizeof(struct sockaddr_un);
+  entry->ai_addr = reinterpret_cast<struct sockaddr*>(path);
+  *result = entry;
+  return 0;
+}
+
+int g_localOnlyFreed = 0;
+void LocalOnlyFreeAddrInfo(struct addrinfo* list) {
+  ++g_localOnlyFreed;
+  free(list->ai_addr);
+  free(list);
+}
+
+}  // namespace
+
+TEST_F(NetAddr, AnAnswerWithNeitherFamilyIsRefusedUnlessTheRecordHoldsTheSentinel) {
+  // The sentinel comes from the real parser, before the answers change.
+  ZONET_SockAddr sentinel = Filled(0);
+  ASSERT_EQ(ZONET_str2ip("127.0.53.53", &sentinel), ZONET_ERR_HOST_NOT_FOUND);
+  ScopedResolverLookup localOnly(LookupOf<LocalOnlyGetAddrInfo, getnameinfo, LocalOnlyFreeAddrInfo>);
+  g_localOnlyFreed = 0;
+
+  // Nothing is written, and the list is released all the same.
+  ZONET_SockAddr addr = Filled(0x22);
+  EXPECT_EQ(ZONET_str2ip("10.0.0.1", &addr), ZONET_ERR_AF_NOT_SUPPORTED);
+  EXPECT_EQ(addr.bytes[0], 0x22);
+  EXPECT_EQ(addr.bytes[111], 0x22);
+  EXPECT_EQ(g_localOnlyFreed, 1);
+
+  // The sentinel test looks at the record whatever the parse gave: a record
+  // that already held the sentinel is refused as a collision.
+  EXPECT_EQ(ZONET_str2ip("10.0.0.1", &sentinel), ZONET_ERR_HOST_NOT_FOUND);
+  EXPECT_EQ(g_localOnlyFreed, 2);
 }
 
 TEST_F(NetAddr, RoundTripsThroughText) {

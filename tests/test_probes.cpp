@@ -199,6 +199,7 @@ TEST(StackProbes, IPv6ProbeWithoutTheLoopbackAddressFailsWithEveryLocation) {
 }
 
 TEST(StackProbes, UnixStackAnswersAsTheFlatLayerAndSwitchingItOffMakesItAbsent) {
+  zotest::FdLeakCheck leaks;
   bool out = false;
   ASSERT_FALSE(CZoIPAddr::IsUnixStackPresent(out).IsError());
   EXPECT_EQ(out, ZONET_AreUnixSocketsSupported() != 0);

@@ -72,6 +72,7 @@ struct WaitHook {
 }  // namespace
 
 TEST(SocketSelector, EmptySelectorPolledWithAZeroTimeValueTimesOut) {
+  zotest::FdLeakCheck leaks;
   CZoSocketSelector selector;
   ASSERT_TRUE(PollTimesOut(selector));
   EXPECT_TRUE(selector.GetReadSelected().empty());
@@ -179,6 +180,7 @@ TEST(SocketSelector, AfterClearingTheHighestSocketTheOthersAreStillFound) {
 }
 
 TEST(SocketSelector, AnInvalidSocketIsNotRegistered) {
+  zotest::FdLeakCheck leaks;
   CZoSocketSelector selector;
   selector.SetReadSocket(CZoSocket());
   selector.SetWriteSocket(CZoSocket::Dummy());
@@ -188,6 +190,7 @@ TEST(SocketSelector, AnInvalidSocketIsNotRegistered) {
 }
 
 TEST(SocketSelector, AHandleBeyondTheSystemsDescriptorsIsNotRegistered) {
+  zotest::FdLeakCheck leaks;
   CZoSocketSelector selector;
   CZoSocket huge;
   huge.AttachConnectedSocket(uint64_t(1) << 40);
@@ -302,6 +305,7 @@ TEST(SocketSelector, WaitOnAClosedHandleGivesTheSystemsError) {
 }
 
 TEST(SocketSelector, AFailedWaitWithoutALastErrorIsSuccessWithTimedOutUntouched) {
+  zotest::FdLeakCheck leaks;
   WaitHook hook;
   CZoSocketSelector selector;
   zonet_internal::SetSelectorWaitFailure(EBADF, 0);

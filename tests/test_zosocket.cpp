@@ -210,6 +210,7 @@ TEST(ZoSocket, AssigningAnAddressForgetsAnOpenHandleWithoutClosingIt) {
 }
 
 TEST(ZoSocket, ConstructorsFromAnAddressStartInvalid) {
+  zotest::FdLeakCheck leaks;
   CZoIPAddr six;
   ASSERT_FALSE(six.SetAddressString("::1").IsError());
   EXPECT_FALSE(CZoSocket().IsValid());
@@ -280,12 +281,14 @@ TEST(ZoSocket, ReceivedDatagramsSenderBecomesTheObjectsAddress) {
 }
 
 TEST(ZoSocket, DummyIsAnInvalidSocket) {
+  zotest::FdLeakCheck leaks;
   CZoSocket d = CZoSocket::Dummy();
   EXPECT_FALSE(d.IsValid());
   EXPECT_TRUE(d != CZoSocket::Dummy());
 }
 
 TEST(ZoSocket, ShutdownAndCloseOfANeverOpenedObjectDoNothing) {
+  zotest::FdLeakCheck leaks;
   g_closes = 0;
   ZONET_setclosecb(CountClose);
   CZoSocket never;
@@ -332,6 +335,7 @@ TEST(ZoSocket, SetFastLoopBackWritesTheSwitchAndConnectionsStillWork) {
 // ============================================================ state errors
 
 TEST(ZoSocket, EveryOperationOnAnInvalidHandleSaysNotAValidSocket) {
+  zotest::FdLeakCheck leaks;
   CZoSocket s;
   char buffer[4] = {};
   int count = 0;
@@ -423,6 +427,7 @@ TEST(ZoSocket, SocketAndDgramSocketOpenTheFamilyOfTheAddress) {
 }
 
 TEST(ZoSocket, SocketOfAFamilyWithoutAStackIsTheSystemsError) {
+  zotest::FdLeakCheck leaks;
   CZoSocket s;
   CZoIPAddr none;
   none.SetAddressFamily(CZoIPAddr::IP_FAMILY_ANY);

@@ -62,7 +62,8 @@ int HostErrorToEai(int herr, int err) {
     case NETDB_INTERNAL:
       return err == ENOMEM ? EAI_MEMORY : EAI_SYSTEM;
     default:
-      return EAI_FAIL;
+      // No answer and no reason given: the host is simply not there.
+      return EAI_NONAME;
   }
 }
 
