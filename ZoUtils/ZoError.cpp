@@ -120,9 +120,13 @@ CZoError::CZoError(long code, boost::shared_ptr<FXErrorItem> item)
 }
 
 CZoError CZoError::Copy() const {
+  // The chain is held newest first; clones are pushed oldest first so the
+  // copy keeps the order.
+  std::vector<const FXErrorItem*> items;
+  for (const Node* node = m_head.get(); node != nullptr; node = node->next.get()) items.push_back(node->item.get());
   CZoError copy(*this);
   copy.m_head.reset();
-  for (size_t i = 0, n = GetItemCount(); i < n; ++i) copy.Push(GetItem(i)->Clone());
+  for (auto it = items.rbegin(); it != items.rend(); ++it) copy.Push((*it)->Clone());
   return copy;
 }
 
