@@ -93,6 +93,14 @@ std::string FormatList(const char* format, va_list args) {
   return out;
 }
 
+// Declares text as the printf text of the enclosing variadic function's
+// arguments behind format. A macro, since only that function can reach them.
+#define ZO_TEXT_OF_ARGUMENTS(text, format) \
+  va_list text##Args;                      \
+  va_start(text##Args, format);            \
+  std::string text = FormatList(format, text##Args);       \
+  va_end(text##Args)
+
 CZoError Make(const FXCodeLocation& location, int32_t code, Domain domain, long value, std::string text) {
   return CZoError(code, boost::shared_ptr<FXErrorItem>(new FXErrorItemText(location, domain, value, std::move(text))));
 }
@@ -135,10 +143,7 @@ CZoError& CZoError::Push(const FXCodeLocation& location) {
 }
 
 CZoError& CZoError::Push(const FXCodeLocation& location, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::string text = FormatList(format, args);
-  va_end(args);
+  ZO_TEXT_OF_ARGUMENTS(text, format);
   return Push(boost::shared_ptr<FXErrorItem>(new FXErrorItemText(location, Domain::Text, 0, std::move(text))));
 }
 
@@ -187,27 +192,18 @@ CZoError ErrorWin32(const FXCodeLocation& location, unsigned long code) {
 }
 
 CZoError ErrorWin32(const FXCodeLocation& location, unsigned long code, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::string text = FormatList(format, args);
-  va_end(args);
+  ZO_TEXT_OF_ARGUMENTS(text, format);
   int32_t value = static_cast<int32_t>(code);
   return Make(location, value, Domain::System, value, std::move(text));
 }
 
 CZoError ErrorInt(const FXCodeLocation& location, int code, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::string text = FormatList(format, args);
-  va_end(args);
+  ZO_TEXT_OF_ARGUMENTS(text, format);
   return Make(location, InRange(kIntBase, code), Domain::Int, code, std::move(text));
 }
 
 CZoError ErrorErrNo(const FXCodeLocation& location, int code, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::string text = FormatList(format, args);
-  va_end(args);
+  ZO_TEXT_OF_ARGUMENTS(text, format);
   return Make(location, InRange(kErrNoBase, code), Domain::ErrNo, code, std::move(text));
 }
 
@@ -216,10 +212,7 @@ CZoError ErrorHttp(const FXCodeLocation& location, int status) {
 }
 
 CZoError ErrorXNResult(const FXCodeLocation& location, int code, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::string text = FormatList(format, args);
-  va_end(args);
+  ZO_TEXT_OF_ARGUMENTS(text, format);
   return Make(location, InRange(kXNResultBase, code), Domain::XNResult, code, std::move(text));
 }
 

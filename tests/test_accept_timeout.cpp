@@ -64,11 +64,7 @@ TEST(AcceptWithTimeout, AcceptsAClientThatIsAlreadyWaiting) {
   ASSERT_FALSE(error.IsError()) << error.AsString();
   EXPECT_EQ(timedOut, 0);
   ASSERT_TRUE(accepted.IsValid());
-  CZoIPAddr clientSide;
-  CZoIPAddr peer;
-  ASSERT_FALSE(client.GetLocalAddress(clientSide).IsError());
-  ASSERT_FALSE(accepted.GetPeerAddress(peer).IsError());
-  EXPECT_EQ(peer.GetPortNumber(), clientSide.GetPortNumber());
+  EXPECT_TRUE(zotest::AcceptedFrom(accepted, client));
   accepted.Close();
   client.Close();
   listener.Close();

@@ -31,6 +31,20 @@ inline void ListenOnLoopback(CZoSocket& listener, CZoIPAddr& where) {
   ASSERT_FALSE(listener.GetLocalAddress(where).IsError());
 }
 
+// accepted is the server end of client's connection: its peer is client's
+// own address and port.
+inline ::testing::AssertionResult AcceptedFrom(CZoSocket& accepted, CZoSocket& client) {
+  CZoIPAddr clientSide;
+  CZoIPAddr peer;
+  if (client.GetLocalAddress(clientSide).IsError()) return ::testing::AssertionFailure() << "client has no address";
+  if (accepted.GetPeerAddress(peer).IsError()) return ::testing::AssertionFailure() << "accepted has no peer";
+  if (!(peer == clientSide) || peer.GetPortNumber() != clientSide.GetPortNumber()) {
+    return ::testing::AssertionFailure() << "peer port " << peer.GetPortNumber() << ", client port "
+                                         << clientSide.GetPortNumber();
+  }
+  return ::testing::AssertionSuccess();
+}
+
 // The text of the first entry, where the error was made.
 inline std::string FirstEntry(const CZoError& error) {
   return error.IsError() ? error.GetItem(0)->AsString() : std::string("(success)");
