@@ -1,5 +1,5 @@
 // The narrow internal face of the platform under ZoUtils. Every system call of
-// the library is made behind it, in Posix/ (and later Windows/), so the logic
+// the library is made behind it, in posix/ (and later windows/), so the logic
 // of the services above never names one. Not installed, not exported.
 #ifndef ZOUTILS_ZOPLATFORM_H
 #define ZOUTILS_ZOPLATFORM_H

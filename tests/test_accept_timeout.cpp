@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "ZoNetwork/ZoSocket.h"
-#include "ZoSocketObjInternal.h"
+#include "objects/ObjectsInternal.h"
 #include "support/TestSupport.h"
 #include "support/ZoSocketTestSupport.h"
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "ZoIPAddrInternal.h"
+#include "objects/ObjectsInternal.h"
 #include "ZoNetwork/ZoIPAddrBlacklist.h"
 #include "ipaddr_test_util.h"
 #include "support/HostsNamespace.h"

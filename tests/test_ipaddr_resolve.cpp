@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoIPAddr.h"
 #include "ipaddr_test_util.h"
 #include "support/HostsNamespace.h"

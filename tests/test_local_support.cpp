@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
 #include "ZoNetwork/ZoNetSocket.h"
 #include "support/TestSupport.h"

@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
 #include "support/TestSupport.h"
 

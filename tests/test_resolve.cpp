@@ -22,7 +22,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
 #include "support/HostsNamespace.h"
 #include "support/TestSupport.h"

@@ -12,7 +12,7 @@
 
 #include "ZoNetwork/ZoSocket.h"
 #include "ZoNetwork/ZoSocketSelector.h"
-#include "ZoSocketObjInternal.h"
+#include "objects/ObjectsInternal.h"
 #include "support/TestSupport.h"
 
 namespace {

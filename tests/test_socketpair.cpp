@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "ZoNetwork/ZoNetSocket.h"
-#include "ZoSocketInternal.h"
+#include "flat/FlatInternal.h"
 #include "sock_test_util.h"
 #include "support/TestSupport.h"
 

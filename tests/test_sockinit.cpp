@@ -1,7 +1,7 @@
 // CZoSockInit: one object, one start of the socket layer.
 #include <gtest/gtest.h>
 
-#include "ZoNetPlatform.h"
+#include "flat/FlatPlatform.h"
 #include "ZoNetwork/ZoSockInit.h"
 
 TEST(SockInit, InitTwiceStartsOnceAndTheDestructorEndsOnce) {

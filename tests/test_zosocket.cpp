@@ -20,7 +20,7 @@
 #include "ZoNetwork/ZoIPAddr.h"
 #include "ZoNetwork/ZoNetSocket.h"
 #include "ZoNetwork/ZoSocket.h"
-#include "ZoSocketInternal.h"
+#include "flat/FlatInternal.h"
 #include "support/TestSupport.h"
 #include "support/ZoSocketTestSupport.h"
 

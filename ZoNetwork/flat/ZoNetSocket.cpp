@@ -8,8 +8,8 @@
 
 #include <atomic>
 
-#include "ZoSocketInternal.h"
-#include "ZoSocketPlatform.h"
+#include "flat/FlatInternal.h"
+#include "flat/FlatPlatform.h"
 
 namespace plat = zonet_platform;
 

@@ -10,8 +10,8 @@
 #include <atomic>
 #include <cstddef>
 
-#include "ZoNetAddrInternal.h"
-#include "ZoResolverPlatform.h"
+#include "flat/FlatInternal.h"
+#include "flat/FlatPlatform.h"
 
 // The record goes to the system's socket calls as it stands, so each form
 // must lie exactly where the system's own address structure has it.

@@ -1,7 +1,7 @@
 // The Linux side of the socket object: errno, the no-delay option and
 // FIONREAD. Linux has no request for a fast loopback path; its loopback is
 // already the short way, so the request does nothing.
-#include "ZoSocketObjPlatform.h"
+#include "objects/ObjectsPlatform.h"
 
 #include <errno.h>
 #include <netinet/in.h>

@@ -9,9 +9,9 @@
 
 #include <atomic>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
-#include "ZoResolverPlatform.h"
+#include "flat/FlatPlatform.h"
 
 namespace zonet_internal {
 

@@ -1,5 +1,5 @@
 // The POSIX side of ZoNetwork's platform face.
-#include "ZoNetPlatform.h"
+#include "flat/FlatPlatform.h"
 
 #include <atomic>
 

@@ -1,17 +1,20 @@
-// Inside the flat address layer: the bound resolver for the library's own
-// callers, the library's IPv4 resolver, the Windows version rule of the
-// local-socket decision, and the hooks the tests use to reach states a normal
-// process passes only once. Not installed, not exported: the tests reach it
-// through the static twin of the library.
-#ifndef ZONETWORK_ZONETADDRINTERNAL_H
-#define ZONETWORK_ZONETADDRINTERNAL_H
+// Inside the flat layer: the bound resolver for the library's own callers,
+// the library's IPv4 resolver, the Windows version rule of the local-socket
+// decision, descriptor-set helpers, and the hooks the tests use to reach
+// states and failure paths a normal process passes only once or never. Not
+// installed, not exported: the tests reach it through the static twin of the
+// library.
+#ifndef ZONETWORK_FLAT_FLATINTERNAL_H
+#define ZONETWORK_FLAT_FLATINTERNAL_H
 
-#include <stdint.h>
-
+#include "ZoNetwork/ZoFdset.h"
+#include "ZoNetwork/ZoNetAddr.h"
 #include <netdb.h>
+#include <stdint.h>
 #include <sys/socket.h>
 
-#include "ZoNetwork/ZoNetAddr.h"
+
+
 
 namespace zonet_internal {
 
@@ -76,6 +79,36 @@ void ResetUnixSocketsDecision();
 // How many times this process has tried a local socket to decide.
 int UnixSocketTrials();
 
+// ---- descriptor sets and socket pairs ----
+// Makes the mask of an allocated set cover at least bits descriptors, so that
+// select may be handed nfds up to bits. 0, or -1 when memory fails or the set
+// is not allocated.
+int FdsetCoverBits(xnfdset_t* set, int bits);
+
+// The steps of building a socket pair, in the order they run.
+enum SocketPairStep {
+  kPairNoStep = 0,
+  kPairListenerSocket,
+  kPairBind,
+  kPairListen,
+  kPairGetSockName,
+  kPairClientSocket,
+  kPairConnect,
+  kPairAccept,
+  kPairClientNonBlocking,
+  kPairServerNonBlocking
+};
+
+// Makes step give error (after it has run, so that what it opened stays to be
+// cleaned up) on every address tried; kPairNoStep turns this off.
+void SetSocketPairFailure(SocketPairStep step, int error);
+
+// Replaces the resolution of "localhost" for socket pairs; NULL restores
+// ZONET_name2ip. The list given back is released with ZONET_freehostent, so
+// its array must come from malloc.
+typedef int (*SocketPairResolver)(const char* name, ZONET_HostEnt* hostEnt, int family);
+void SetSocketPairResolver(SocketPairResolver resolver);
+
 }  // namespace zonet_internal
 
-#endif  // ZONETWORK_ZONETADDRINTERNAL_H
+#endif  // ZONETWORK_FLAT_FLATINTERNAL_H

@@ -1,6 +1,6 @@
 #include "ZoNetwork/ZoSockInit.h"
 
-#include "ZoNetPlatform.h"
+#include "flat/FlatPlatform.h"
 
 CZoSockInit::CZoSockInit() : m_bInitialised(false) {}
 

@@ -4,7 +4,7 @@
 #include <atomic>
 
 #include "ZoNetwork/ZoNetSocket.h"
-#include "ZoSocketInternal.h"
+#include "flat/FlatInternal.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // the first question, and switched off for good on request.
 #include <atomic>
 
-#include "ZoNetAddrInternal.h"
+#include "flat/FlatInternal.h"
 #include "ZoNetwork/ZoNetAddr.h"
-#include "ZoResolverPlatform.h"
+#include "flat/FlatPlatform.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include <atomic>
 
-#include "ZoSocketInternal.h"
+#include "flat/FlatInternal.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "ZoNetwork/ZoNetSocket.h"
-#include "ZoSocketObjPlatform.h"
+#include "objects/ObjectsPlatform.h"
 
 namespace plat = zonet_platform;
 

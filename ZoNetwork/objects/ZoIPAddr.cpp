@@ -7,8 +7,8 @@
 #include <mutex>
 #include <new>
 
-#include "ZoNetAddrInternal.h"
-#include "ZoResolverPlatform.h"
+#include "flat/FlatInternal.h"
+#include "flat/FlatPlatform.h"
 
 namespace {
 

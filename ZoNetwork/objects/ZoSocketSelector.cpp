@@ -5,8 +5,8 @@
 #include <atomic>
 
 #include "ZoNetwork/ZoNetSocket.h"
-#include "ZoSocketObjInternal.h"
-#include "ZoSocketObjPlatform.h"
+#include "objects/ObjectsInternal.h"
+#include "objects/ObjectsPlatform.h"
 
 namespace {
 

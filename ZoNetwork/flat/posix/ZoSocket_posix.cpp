@@ -1,6 +1,6 @@
 // The Linux side of the flat socket layer: every socket, select, ioctl,
 // setsockopt and clock call of ZoNetSocket.cpp and ZoNetPair.cpp.
-#include "ZoSocketPlatform.h"
+#include "flat/FlatPlatform.h"
 
 #include <errno.h>
 #include <netinet/in.h>

@@ -1,7 +1,7 @@
 // The Linux side of the resolver platform: the C library's resolver as the
 // process sees it, its host and service databases through the reentrant
 // calls, the host name, the trial local socket and the breakpoint.
-#include "ZoResolverPlatform.h"
+#include "flat/FlatPlatform.h"
 
 #include <arpa/inet.h>
 #include <dlfcn.h>

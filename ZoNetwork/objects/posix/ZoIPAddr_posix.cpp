@@ -7,7 +7,7 @@
 #include <ctime>
 #include <new>
 
-#include "ZoIPAddrPlatform.h"
+#include "objects/ObjectsPlatform.h"
 
 namespace zonet_platform {
 

@@ -5,8 +5,8 @@
 #include <new>
 #include <vector>
 
-#include "ZoIPAddrInternal.h"
-#include "ZoIPAddrPlatform.h"
+#include "objects/ObjectsInternal.h"
+#include "objects/ObjectsPlatform.h"
 
 namespace zonet_internal {
 
