@@ -12,11 +12,6 @@ namespace zonet {
 
 namespace {
 
-int Fail(const CZoError& error) {
-  std::fprintf(stderr, "zonet: %s\n", error.AsString().c_str());
-  return 1;
-}
-
 // A refusal for the collision sentinel and a plain "not found" share one
 // code; they differ in what the resolver itself answered, which the flat
 // layer leaves in errno: success for the sentinel.

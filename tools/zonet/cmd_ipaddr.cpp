@@ -17,11 +17,6 @@ namespace zonet {
 
 namespace {
 
-int Fail(const CZoError& error) {
-  std::fprintf(stderr, "zonet: %s\n", error.AsString().c_str());
-  return 1;
-}
-
 // A whole decimal number within [low, high], or false.
 bool ParseNumber(const std::string& text, long long low, long long high, long long& value) {
   if (text.empty()) return false;

@@ -32,9 +32,7 @@ int CmdPair(const Args& args) {
   ZONET_SOCKET pair[2];
   int rc = ZONET_socketpair(pair);
   if (rc != 0) {
-    std::fprintf(stderr, "zonet: %s\n",
-                 FXErrorUtil::ErrorWin32(FXLOC("zonet::CmdPair"), rc, "cannot make a socket pair").AsString().c_str());
-    return 1;
+    return Fail(FXErrorUtil::ErrorWin32(FXLOC("zonet::CmdPair"), rc, "cannot make a socket pair"));
   }
   PrintEnd("sockets[0]", pair[0]);
   PrintEnd("sockets[1]", pair[1]);
@@ -52,8 +50,7 @@ int CmdPair(const Args& args) {
                                                        "the message did not cross: %d of %d bytes%s", received,
                                                        static_cast<int>(sizeof(kMessage)),
                                                        timedOut ? ", timed out" : "");
-    std::fprintf(stderr, "zonet: %s\n", error.AsString().c_str());
-    return 1;
+    return Fail(error);
   }
   std::printf("sent %d bytes on sockets[0], received on sockets[1]: \"%s\"\n", sent, buffer);
   std::printf("both ends closed\n");

@@ -13,8 +13,6 @@ namespace zonet {
 
 namespace {
 
-void PrintError(const CZoError& error) { std::fprintf(stderr, "zonet: %s\n", error.AsString().c_str()); }
-
 // The whole of text as a decimal number within [low, high], or false.
 bool ParseNumber(const std::string& text, long low, long high, long& value) {
   long parsed = 0;

@@ -5,7 +5,14 @@
 #include <string>
 #include <vector>
 
+class CZoError;
+
 namespace zonet {
+
+// Prints error with its whole chain on standard error, after "zonet: ".
+void PrintError(const CZoError& error);
+// PrintError, then the exit status of a failure of the library (1).
+int Fail(const CZoError& error);
 
 using Args = std::vector<std::string>;
 
