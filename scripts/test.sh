@@ -3,13 +3,14 @@
 # builds and runs the package consumer, runs the fuzz targets for a bounded
 # time, the whole suite under ASan+UBSan, the thread tests under TSan, and
 # last the whole suite of the normal build, whose summary closes the output.
-#   FUZZ_SECONDS  seconds per fuzz target (default 60; 0 skips fuzzing)
+#   FUZZ_SECONDS  total seconds for all fuzz targets, shared out evenly
+#                 (default 360; 0 skips fuzzing)
 #   ZONET_QUICK=1 only the normal build and its suite
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=2
-fuzz_seconds=${FUZZ_SECONDS:-60}
+fuzz_seconds=${FUZZ_SECONDS:-360}
 
 step() { printf '\n==== %s\n' "$*"; }
 
@@ -46,11 +47,18 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
     sh -c 'c++ -std=c++17 tests/consumer/consumer.cpp $(pkg-config --cflags --libs zonetwork) -o build/consumer/consumer-pc && build/consumer/consumer-pc'
 
   if [ "$fuzz_seconds" -gt 0 ]; then
-    step "fuzz targets, ${fuzz_seconds}s each"
     cmake --preset fuzz >/dev/null
     cmake --build --preset fuzz -j"$jobs"
+    targets=()
     for target in build/fuzz/fuzz/fuzz_*; do
-      [ -x "$target" ] || continue
+      [ -x "$target" ] && targets+=("$target")
+    done
+    # One budget for the whole run, whatever the number of targets; each
+    # gets at least a few seconds so that its seeds are all replayed.
+    share=$(( fuzz_seconds / ${#targets[@]} ))
+    [ "$share" -ge 5 ] || share=5
+    step "fuzz targets: ${fuzz_seconds}s in all, ${share}s each for ${#targets[@]} targets"
+    for target in "${targets[@]}"; do
       name=$(basename "$target")
       corpus="build/fuzz/corpus/$name"
       mkdir -p "$corpus"
@@ -58,7 +66,7 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
       [ -d "$seeds" ] || seeds=""
       echo "-- $name"
       logged "build/fuzz/logs/$name.log" 1 \
-        "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 "$corpus" $seeds
+        "$target" -max_total_time="$share" -rss_limit_mb=2048 "$corpus" $seeds
     done
   fi
 
