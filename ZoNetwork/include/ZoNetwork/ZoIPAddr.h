@@ -35,9 +35,14 @@ class ZONET_API CZoIPAddr {
 public:
   /// The address families, with the platform's own numbers.
   enum IP_FAMILY {
+    /// No family: a cleared object while no preference is stored, or "any"
+    /// in a request.
     IP_FAMILY_ANY = ZONET_FAMILY_ANY,
+    /// A local (Unix-domain) socket path.
     IP_FAMILY_UNIX = ZONET_FAMILY_UNIX,
+    /// IPv4.
     IP_FAMILY_IPV4 = ZONET_FAMILY_IPV4,
+    /// IPv6.
     IP_FAMILY_IPV6 = ZONET_FAMILY_IPV6
   };
 

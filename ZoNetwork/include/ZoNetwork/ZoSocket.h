@@ -163,7 +163,7 @@ public:
   CZoError RecvfromICMPSocket(const void* buffer, int length, int timeout, int* pnTimedOut, int flags,
                               int* received);
 
-  /// The socket's own address and its peer's; addr is written only on success.
+  /// The socket's own address; addr is written only on success.
   CZoError GetLocalAddress(CZoIPAddr& addr) const;
   /// The peer's address; addr is written only on success.
   CZoError GetPeerAddress(CZoIPAddr& addr) const;
