@@ -80,10 +80,18 @@ int main(int argc, char** argv) {
     if (args.empty()) return Usage(stdout);
     const zonet::Command* command = Find(args[0]);
     if (command != nullptr && args.size() == 1) return CommandHelp(*command);
-    std::fprintf(stderr, "zonet: help: no command '%s'\n\n", args[0].c_str());
+    if (command == nullptr) {
+      std::fprintf(stderr, "zonet: help: no command '%s'\n\n", args[0].c_str());
+    } else {
+      std::fprintf(stderr, "zonet: help: one COMMAND only\n\n");
+    }
     return Usage(stderr);
   }
-  if (name == "--version") return zonet::CmdVersion(zonet::Args());
+  if (name == "--version") {
+    if (args.empty()) return zonet::CmdVersion(args);
+    std::fprintf(stderr, "zonet: --version takes no arguments\n");
+    return 2;
+  }
 
   const zonet::Command* command = Find(name);
   if (command == nullptr) {
