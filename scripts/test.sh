@@ -36,6 +36,9 @@ step "build (warnings are errors)"
 cmake --preset ci >/dev/null
 cmake --build --preset ci -j"$jobs"
 
+step "API reference (Doxygen, warnings are errors)"
+cmake --build --preset ci --target docs
+
 if [ "${ZONET_QUICK:-0}" != 1 ]; then
   step "install the package and build the consumer against it"
   rm -rf build/install build/consumer

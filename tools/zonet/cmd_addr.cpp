@@ -20,20 +20,27 @@ bool IsNameCollision(int rc, int resolverResult) { return rc == ZONET_ERR_HOST_N
 }  // namespace
 
 int CmdResolve(const Args& args) {
-  if (args.empty() || (args.size() != 1 && args.size() != 3)) {
-    std::fprintf(stderr, "usage: zonet resolve NAME [--family 4|6]\n");
-    return 2;
-  }
+  std::string name;
+  bool haveName = false;
   int family = ZONET_FAMILY_ANY;
-  if (args.size() == 3) {
-    if (args[1] != "--family" || (args[2] != "4" && args[2] != "6")) {
-      std::fprintf(stderr, "usage: zonet resolve NAME [--family 4|6]\n");
-      return 2;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg == "--family") {
+      if (i + 1 >= args.size() || (args[i + 1] != "4" && args[i + 1] != "6")) {
+        return UsageError("resolve: --family wants 4 or 6");
+      }
+      family = args[++i] == "4" ? ZONET_FAMILY_IPV4 : ZONET_FAMILY_IPV6;
+    } else if (!arg.empty() && arg[0] == '-') {
+      return UsageError("resolve: unknown option '%s'", arg.c_str());
+    } else if (haveName) {
+      return UsageError("resolve: one NAME only");
+    } else {
+      name = arg;
+      haveName = true;
     }
-    family = args[2] == "4" ? ZONET_FAMILY_IPV4 : ZONET_FAMILY_IPV6;
   }
+  if (!haveName) return UsageError("resolve: NAME is missing");
 
-  const std::string& name = args[0];
   ZONET_HostEnt list;
   list.count = 0;
   list.addrs = nullptr;
@@ -62,10 +69,9 @@ int CmdResolve(const Args& args) {
 }
 
 int CmdAddr(const Args& args) {
-  if (args.size() != 1) {
-    std::fprintf(stderr, "usage: zonet addr TEXT\n");
-    return 2;
-  }
+  if (args.size() != 1) return UsageError("addr: one TEXT wanted, %zu given", args.size());
+  // No numeric address and no local socket path starts with a dash.
+  if (!args[0].empty() && args[0][0] == '-') return UsageError("addr: unknown option '%s'", args[0].c_str());
   const std::string& input = args[0];
   ZONET_SockAddr addr;
   errno = 0;

@@ -1,10 +1,8 @@
 // zonet cidr and zonet blacklist: the address object's CIDR check and the
 // address blacklist, from the shell.
-#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -16,17 +14,6 @@
 namespace zonet {
 
 namespace {
-
-// A whole decimal number within [low, high], or false.
-bool ParseNumber(const std::string& text, long long low, long long high, long long& value) {
-  if (text.empty()) return false;
-  errno = 0;
-  char* end = nullptr;
-  long long parsed = std::strtoll(text.c_str(), &end, 10);
-  if (errno != 0 || end == nullptr || *end != '\0' || parsed < low || parsed > high) return false;
-  value = parsed;
-  return true;
-}
 
 std::string AddressText(const CZoIPAddr& addr) {
   CZoString text;
@@ -55,10 +42,7 @@ struct Listed {
 }  // namespace
 
 int CmdCidr(const Args& args) {
-  if (args.size() != 2) {
-    std::fprintf(stderr, "usage: zonet cidr ADDRESS BLOCK   (e.g. zonet cidr 10.1.2.3 10.1.0.0/16)\n");
-    return 2;
-  }
+  if (args.size() != 2) return UsageError("cidr: ADDRESS and BLOCK wanted (e.g. 10.1.2.3 10.1.0.0/16)");
   bool within = false;
   CZoError error = CZoIPAddr::CheckIfIpv4AddressIsWithinCidrBlock(args[0], args[1], within);
   if (error.IsError()) return Fail(error);
@@ -67,7 +51,6 @@ int CmdCidr(const Args& args) {
 }
 
 int CmdBlacklist(const Args& args) {
-  const char* usage = "usage: zonet blacklist FILE [--grace N] [--expire SECONDS]\n";
   std::string file;
   long long grace = 1;
   long long expire = 0;
@@ -77,23 +60,18 @@ int CmdBlacklist(const Args& args) {
       long long value = 0;
       bool ok = i + 1 < args.size() && (arg == "--grace" ? ParseNumber(args[i + 1], 0, UINT_MAX, value)
                                                          : ParseNumber(args[i + 1], INT_MIN, INT_MAX, value));
-      if (!ok) {
-        std::fprintf(stderr, "zonet: %s wants a number\n%s", arg.c_str(), usage);
-        return 2;
-      }
+      if (!ok) return UsageError("blacklist: %s wants a number", arg.c_str());
       (arg == "--grace" ? grace : expire) = value;
       ++i;
-    } else if (file.empty() && (arg.empty() || arg[0] != '-')) {
-      file = arg;
+    } else if (!arg.empty() && arg[0] == '-') {
+      return UsageError("blacklist: unknown option '%s'", arg.c_str());
+    } else if (!file.empty()) {
+      return UsageError("blacklist: one FILE only");
     } else {
-      std::fprintf(stderr, "%s", usage);
-      return 2;
+      file = arg;
     }
   }
-  if (file.empty()) {
-    std::fprintf(stderr, "%s", usage);
-    return 2;
-  }
+  if (file.empty()) return UsageError("blacklist: FILE is missing");
 
   CZoIPAddrBlacklist list;
   list.SetGraceAttempts(static_cast<unsigned int>(grace));

@@ -25,10 +25,7 @@ void PrintEnd(const char* which, ZONET_SOCKET sock) {
 }  // namespace
 
 int CmdPair(const Args& args) {
-  if (!args.empty()) {
-    std::fprintf(stderr, "usage: zonet pair\n");
-    return 2;
-  }
+  if (!args.empty()) return UsageError("pair: takes no arguments, '%s' given", args[0].c_str());
   ZONET_SOCKET pair[2];
   int rc = ZONET_socketpair(pair);
   if (rc != 0) {

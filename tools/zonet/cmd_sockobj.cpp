@@ -1,9 +1,7 @@
 // zonet bindable, zonet stacks and zonet accept: the stack probes and the
 // timed accept of the socket object, from the shell.
-#include <charconv>
 #include <cstdio>
 #include <string>
-#include <system_error>
 
 #include "ZoNetwork/ZoIPAddr.h"
 #include "ZoNetwork/ZoSocket.h"
@@ -12,16 +10,6 @@
 namespace zonet {
 
 namespace {
-
-// The whole of text as a decimal number within [low, high], or false.
-bool ParseNumber(const std::string& text, long low, long high, long& value) {
-  long parsed = 0;
-  const char* end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, parsed);
-  if (text.empty() || result.ec != std::errc() || result.ptr != end || parsed < low || parsed > high) return false;
-  value = parsed;
-  return true;
-}
 
 // "present" or "not present" for one stack; false when the probe failed.
 bool ShowStack(const char* name, CZoError (*probe)(bool&)) {
@@ -37,10 +25,8 @@ bool ShowStack(const char* name, CZoError (*probe)(bool&)) {
 }  // namespace
 
 int CmdBindable(const Args& args) {
-  if (args.size() != 1) {
-    std::fprintf(stderr, "usage: zonet bindable ADDRESS\n");
-    return 2;
-  }
+  if (args.size() != 1) return UsageError("bindable: one ADDRESS wanted, %zu given", args.size());
+  if (!args[0].empty() && args[0][0] == '-') return UsageError("bindable: unknown option '%s'", args[0].c_str());
   CZoIPAddr addr;
   CZoError error = addr.SetAddressString(args[0].c_str());
   if (error.IsError()) {
@@ -57,34 +43,33 @@ int CmdBindable(const Args& args) {
 }
 
 int CmdStacks(const Args& args) {
-  if (!args.empty()) {
-    std::fprintf(stderr, "usage: zonet stacks\n");
-    return 2;
-  }
+  if (!args.empty()) return UsageError("stacks: takes no arguments, '%s' given", args[0].c_str());
   bool fine = ShowStack("IPv4", CZoIPAddr::IsIPv4StackPresent);
   fine = ShowStack("IPv6", CZoIPAddr::IsIPv6StackPresent) && fine;
   fine = ShowStack("Unix", CZoIPAddr::IsUnixStackPresent) && fine;
   return fine ? 0 : 1;
 }
 
-static int AcceptUsage() {
-  std::fprintf(stderr, "usage: zonet accept PORT --timeout SECONDS   (PORT 0: any free port; SECONDS 0: no limit)\n");
-  return 2;
-}
-
 int CmdAccept(const Args& args) {
-  long port = -1;
-  long timeout = -1;
+  long long port = -1;
+  long long timeout = -1;
   for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--timeout" && i + 1 < args.size()) {
-      if (!ParseNumber(args[++i], 0, 86400, timeout)) return AcceptUsage();
-    } else if (port == -1) {
-      if (!ParseNumber(args[i], 0, 65535, port)) return AcceptUsage();
-    } else {
-      return AcceptUsage();
+    const std::string& arg = args[i];
+    if (arg == "--timeout") {
+      if (i + 1 >= args.size() || !ParseNumber(args[i + 1], 0, 86400, timeout)) {
+        return UsageError("accept: --timeout wants whole seconds, 0 to 86400");
+      }
+      ++i;
+    } else if (!arg.empty() && arg[0] == '-') {
+      return UsageError("accept: unknown option '%s'", arg.c_str());
+    } else if (port != -1) {
+      return UsageError("accept: one PORT only");
+    } else if (!ParseNumber(arg, 0, 65535, port)) {
+      return UsageError("accept: PORT wants a number, 0 to 65535");
     }
   }
-  if (port < 0 || timeout < 0) return AcceptUsage();
+  if (port < 0) return UsageError("accept: PORT is missing");
+  if (timeout < 0) return UsageError("accept: --timeout is missing");
 
   CZoIPAddr where("127.0.0.1");
   CZoSocket listener;

@@ -4,7 +4,8 @@
 
 namespace zonet {
 
-int CmdVersion(const Args& /*args*/) {
+int CmdVersion(const Args& args) {
+  if (!args.empty()) return UsageError("version: takes no arguments, '%s' given", args[0].c_str());
   std::printf("zonet %s (ZoNetwork for Linux)\n", ZONET_VERSION);
   return 0;
 }

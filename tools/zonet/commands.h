@@ -9,10 +9,19 @@ class CZoError;
 
 namespace zonet {
 
-// Prints error with its whole chain on standard error, after "zonet: ".
+// Prints error on standard error: a head line after "zonet: " with the
+// error's domain, number and name ("errno 110 ETIMEDOUT", "resolver
+// EAI_NONAME"), then every entry of its chain with its source place.
 void PrintError(const CZoError& error);
 // PrintError, then the exit status of a failure of the library (1).
 int Fail(const CZoError& error);
+// Prints one line, "zonet: " and the printf text, on standard error and
+// returns the exit status of a usage error (2); main then adds the command's
+// usage line.
+int UsageError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The whole of text as a decimal number within [low, high], or false.
+bool ParseNumber(const std::string& text, long long low, long long high, long long& value);
 
 using Args = std::vector<std::string>;
 
@@ -23,7 +32,9 @@ struct Command {
   int (*run)(const Args& args);
 };
 
-// Exit status 0 for success, 1 for a failure of the library, 2 for a usage error.
+// Exit status 0 for success, 1 for a failure of the library, 2 for a usage
+// error. A command that returns 2 has printed its one-line reason (UsageError);
+// main prints the usage line from the table. main answers --help and -h itself.
 int CmdVersion(const Args& args);
 // addresses and resolution (flat layer)
 int CmdResolve(const Args& args);

@@ -1,6 +1,6 @@
 // zonet: the library's command-line tool. Each subcommand is one job of the
 // library, run from the shell; every failure is printed with its whole error
-// chain and gives exit status 1, a usage error 2.
+// chain and gives exit status 1, a usage error 2 with the command's usage line.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -28,17 +28,23 @@ const zonet::Command* Commands(size_t& count) {
       {"bindable", "ADDRESS", "whether a socket can be bound to an address (or local socket path)",
        zonet::CmdBindable},
       {"stacks", "", "whether the IPv4, IPv6 and local (Unix) socket stacks are present", zonet::CmdStacks},
-      {"accept", "PORT --timeout S", "listen on 127.0.0.1:PORT (0: any) and accept one client within S seconds",
+      {"accept", "PORT --timeout S",
+       "listen on 127.0.0.1:PORT (0: any free port) and accept one client within S seconds (0: no limit)",
        zonet::CmdAccept},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;
 }
 
+// "usage: zonet NAME ARGS" for one command.
+void PrintUsageLine(FILE* out, const zonet::Command& command) {
+  std::fprintf(out, "usage: zonet %s%s%s\n", command.name, *command.args ? " " : "", command.args);
+}
+
 int Usage(FILE* out) {
   size_t count = 0;
   const zonet::Command* commands = Commands(count);
-  std::fprintf(out, "usage: zonet COMMAND [ARGS]\n\ncommands:\n");
+  std::fprintf(out, "usage: zonet COMMAND [ARGS]\n       zonet COMMAND --help\n       zonet --version\n\ncommands:\n");
   for (size_t i = 0; i < count; ++i) {
     std::string head = std::string(commands[i].name) + (*commands[i].args ? " " : "") + commands[i].args;
     std::fprintf(out, "  %-40s %s\n", head.c_str(), commands[i].help);
@@ -46,25 +52,64 @@ int Usage(FILE* out) {
   return out == stdout ? 0 : 2;
 }
 
+const zonet::Command* Find(const std::string& name) {
+  size_t count = 0;
+  const zonet::Command* commands = Commands(count);
+  for (size_t i = 0; i < count; ++i) {
+    if (name == commands[i].name) return &commands[i];
+  }
+  return nullptr;
+}
+
+bool IsHelp(const std::string& arg) { return arg == "--help" || arg == "-h"; }
+
+// The usage line and the help text of one command, on standard output.
+int CommandHelp(const zonet::Command& command) {
+  PrintUsageLine(stdout, command);
+  std::printf("\n%s\n", command.help);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) return Usage(stderr);
-  std::string name = argv[1];
-  if (name == "help" || name == "--help" || name == "-h") return Usage(stdout);
+  const std::string name = argv[1];
+  const std::vector<std::string> args(argv + 2, argv + argc);
+  if (name == "help" || IsHelp(name)) {
+    if (args.empty()) return Usage(stdout);
+    const zonet::Command* command = Find(args[0]);
+    if (command != nullptr && args.size() == 1) return CommandHelp(*command);
+    if (command == nullptr) {
+      std::fprintf(stderr, "zonet: help: no command '%s'\n\n", args[0].c_str());
+    } else {
+      std::fprintf(stderr, "zonet: help: one COMMAND only\n\n");
+    }
+    return Usage(stderr);
+  }
+  if (name == "--version") {
+    if (args.empty()) return zonet::CmdVersion(args);
+    std::fprintf(stderr, "zonet: --version takes no arguments\n");
+    return 2;
+  }
+
+  const zonet::Command* command = Find(name);
+  if (command == nullptr) {
+    std::fprintf(stderr, "zonet: unknown command '%s'\n\n", name.c_str());
+    return Usage(stderr);
+  }
+  // Asking for help is never a usage error, wherever it stands.
+  for (const std::string& arg : args) {
+    if (IsHelp(arg)) return CommandHelp(*command);
+  }
 
   CZoSockInit sockets;
   CZoError started = sockets.Init();
-  if (started.IsError()) {
-    std::fprintf(stderr, "zonet: %s\n", started.AsString().c_str());
-    return 1;
-  }
+  if (started.IsError()) return zonet::Fail(started);
 
-  size_t count = 0;
-  const zonet::Command* commands = Commands(count);
-  for (size_t i = 0; i < count; ++i) {
-    if (name == commands[i].name) return commands[i].run(std::vector<std::string>(argv + 2, argv + argc));
-  }
-  std::fprintf(stderr, "zonet: unknown command '%s'\n\n", name.c_str());
-  return Usage(stderr);
+  const int status = command->run(args);
+  // The command has said what was wrong in one line; how to call it is the
+  // table's to say.
+  if (status == 2) PrintUsageLine(stderr, *command);
+  return status;
 }

@@ -1,4 +1,5 @@
-// Everything of ZoNetwork and ZoUtils in one include.
+/// @file
+/// Everything of ZoNetwork and ZoUtils in one include.
 #ifndef ZONETWORK_ZONETWORK_H
 #define ZONETWORK_ZONETWORK_H
 

@@ -1,8 +1,7 @@
-/* The one export macro of ZoNetwork. The library is built with hidden
- * visibility, so only what carries this macro is part of its face.
- * ZONET_INTERNAL marks what the tests of the library reach but nobody else:
- * it stays hidden in the shared object and is linked by the tests from the
- * static twin of the library. Compiles as C and C++. */
+/** @file
+ * The one export macro of ZoNetwork. The library is built with hidden
+ * visibility, so only what carries this macro is part of its face. Compiles
+ * as C and C++. */
 #ifndef ZONETWORK_ZONETWORKEXPORT_H
 #define ZONETWORK_ZONETWORKEXPORT_H
 
@@ -13,6 +12,7 @@
 #define ZONET_API __declspec(dllimport)
 #endif
 #else
+/** Marks a declaration as part of ZoNetwork's exported face (default visibility). */
 #define ZONET_API __attribute__((visibility("default")))
 #endif
 

@@ -1,6 +1,7 @@
-// Binding an optional library at run time: one loader per library, one
-// CLoadedFunction per function, so that the process still starts where the
-// library is missing and only the calls that need it fail.
+/// @file
+/// Binding an optional library at run time: one loader per library, one
+/// CLoadedFunction per function, so that the process still starts where the
+/// library is missing and only the calls that need it fail.
 #ifndef ZOUTILS_DYNAMICLOADBASE_H
 #define ZOUTILS_DYNAMICLOADBASE_H
 
@@ -9,44 +10,54 @@
 #include "ZoUtils/ZoError.h"
 #include "ZoUtils/ZoUtilsExport.h"
 
-// The base of a loader for one optional library. The module is never
-// unloaded: it stays for the life of the process.
+/// The base of a loader for one optional library. The module is never
+/// unloaded: it stays for the life of the process.
 class ZOUTILS_API CDynamicLoadBase {
 public:
+  /// A loader that has not tried to load anything yet.
   CDynamicLoadBase();
+  /// Leaves the module loaded: it stays for the life of the process.
   virtual ~CDynamicLoadBase();
 
-  // Loads the module once; later calls on a loaded object are success and
-  // load nothing. Failure: ZONET_ERR_MOD_NOT_FOUND, "Failed to load,
-  // Module=[%s]", with the loader's own text pushed behind it.
+  /// Loads the module once; later calls on a loaded object are success and
+  /// load nothing. Failure: ZONET_ERR_MOD_NOT_FOUND, "Failed to load,
+  /// Module=[%s]", with the loader's own text pushed behind it.
   CZoError Load(const std::string& moduleName);
 
+  /// The loaded module's handle, or null before a successful Load().
   void* GetModule() const { return m_hModule; }
+  /// Whether Load() has been called, whatever its outcome.
   bool IsLoadAttempted() const { return m_bLoadAttempted; }
 
 protected:
+  /// The loaded module's handle; null until a Load() succeeds.
   void* m_hModule;
+  /// Set by the first Load(), successful or not.
   bool m_bLoadAttempted;
 };
 
+/// The loader's helpers that CLoadedFunction, a template in this header,
+/// needs from the library.
 namespace ZoDynamicLoad {
-// The address of functionName in module, or null; text gets the loader's
-// message when there is one.
+/// The address of functionName in module, or null; text gets the loader's
+/// message when there is one.
 ZOUTILS_API void* FindSymbol(void* module, const char* functionName, std::string& text);
-// "CLoadedFunction<Signature>::Load" made from the compiler's name of an
-// instance, kept for the life of the process.
+/// "CLoadedFunction<Signature>::Load" made from the compiler's name of an
+/// instance, kept for the life of the process.
 ZOUTILS_API const char* LocationName(const char* prettyFunction);
 }  // namespace ZoDynamicLoad
 
-// One function of an optional library, null until bound.
+/// One function of an optional library, null until bound.
+/// @tparam Signature the function's type.
 template <typename Signature>
 class CLoadedFunction {
 public:
+  /// An unbound function whose last error is success.
   CLoadedFunction() : m_pfn(nullptr), m_bFlag(false), m_error(CZoError::Success()) {}
 
-  // Finds functionName in the owner's module. Failure (ZONET_ERR_PROC_NOT_FOUND,
-  // "Failed to get address, Module=[0x%p], FunctionName=[%s]") is also kept
-  // in GetError(), and the function stays null.
+  /// Finds functionName in the owner's module. Failure (ZONET_ERR_PROC_NOT_FOUND,
+  /// "Failed to get address, Module=[0x%p], FunctionName=[%s]") is also kept
+  /// in GetError(), and the function stays null.
   CZoError Load(CDynamicLoadBase& owner, const char* functionName) {
     static const char* const kWhere = ZoDynamicLoad::LocationName(__PRETTY_FUNCTION__);
     std::string text;
@@ -63,8 +74,11 @@ public:
     return m_error;
   }
 
+  /// The bound function, or null when Load() has not succeeded.
   Signature* Get() const { return m_pfn; }
+  /// Whether Load() has found the function.
   bool IsBound() const { return m_pfn != nullptr; }
+  /// The outcome of the last Load(); success before the first.
   const CZoError& GetError() const { return m_error; }
 
 private:

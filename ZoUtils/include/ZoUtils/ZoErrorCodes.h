@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * The library's own fixed error codes, in one table.
  *
  * Errors that come from a system call travel as that call's own number (errno,
@@ -20,18 +21,23 @@
 /* A strict ISO C compile (-std=c11) hides the resolver's codes; these are
  * glibc's fixed values. */
 #ifndef EAI_NONAME
+/** The resolver's "name or service not known" (glibc's value). */
 #define EAI_NONAME -2
 #endif
 #ifndef EAI_AGAIN
+/** The resolver's "temporary failure" (glibc's value). */
 #define EAI_AGAIN -3
 #endif
 #ifndef EAI_FAIL
+/** The resolver's "non-recoverable failure" (glibc's value). */
 #define EAI_FAIL -4
 #endif
 #endif
 
-/*
- * XX(name, windows, linux, meaning)
+/**
+ * The table: XX(name, windows, linux, meaning) for every fixed code. Expand
+ * it with a macro of those four arguments to generate from it (the
+ * ::ZONET_ERROR_CODE enumeration and ZONET_ErrorCodeName() are made so).
  *
  * Two names may share one Linux number where Linux has no finer word; the
  * comment on each says which Windows code it stands for.
@@ -71,6 +77,12 @@
 #define ZONET_ERROR_CODE_ENUM_(name, win, lnx, text) name = (lnx),
 #endif
 
+/**
+ * The fixed codes as constants, one per row of ZONET_ERROR_CODE_MAP, each
+ * with this platform's number. The ZONET_ERR_* codes belong to the system
+ * domain (FXErrorUtil::ErrorWin32, or a flat function's result), the
+ * ZONET_ERRNO_* codes to the C-library domain (FXErrorUtil::ErrorErrNo).
+ */
 enum ZONET_ERROR_CODE { ZONET_ERROR_CODE_MAP(ZONET_ERROR_CODE_ENUM_) };
 
 #undef ZONET_ERROR_CODE_ENUM_
@@ -79,7 +91,7 @@ enum ZONET_ERROR_CODE { ZONET_ERROR_CODE_MAP(ZONET_ERROR_CODE_ENUM_) };
 extern "C" {
 #endif
 
-/*
+/**
  * The name of a fixed code ("ZONET_ERR_INVALID_STATE"), or NULL when the number
  * is none of them. Where two names share a number the first of the table is
  * given. The text is static.

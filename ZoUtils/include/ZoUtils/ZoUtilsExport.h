@@ -1,4 +1,5 @@
-/* The one export macro of ZoUtils. The library is built with hidden visibility,
+/** @file
+ * The one export macro of ZoUtils. The library is built with hidden visibility,
  * so only what carries this macro is part of its face. Compiles as C and C++. */
 #ifndef ZOUTILS_ZOUTILSEXPORT_H
 #define ZOUTILS_ZOUTILSEXPORT_H
@@ -10,6 +11,7 @@
 #define ZOUTILS_API __declspec(dllimport)
 #endif
 #else
+/** Marks a declaration as part of ZoUtils's exported face (default visibility). */
 #define ZOUTILS_API __attribute__((visibility("default")))
 #endif
 

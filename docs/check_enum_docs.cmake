@@ -1,0 +1,27 @@
+# Doxygen of this Debian release does not warn about an enumerator without a
+# comment, so this check reads its XML output and names every one.
+#   cmake -DXML_DIR=<doxygen xml dir> -P check_enum_docs.cmake
+file(GLOB pages "${XML_DIR}/*.xml")
+set(missing "")
+foreach(page IN LISTS pages)
+  file(READ "${page}" xml)
+  string(REGEX MATCHALL "<enumvalue [^>]*>.*</enumvalue>" blocks "${xml}")
+  # One match may span several enumerators; split at each opening tag.
+  string(REPLACE "<enumvalue " ";<enumvalue " blocks "${blocks}")
+  foreach(block IN LISTS blocks)
+    if(NOT block MATCHES "^<enumvalue ")
+      continue()
+    endif()
+    string(REGEX MATCH "<name>([^<]*)</name>" _ "${block}")
+    set(name "${CMAKE_MATCH_1}")
+    string(REGEX REPLACE "<name>[^<]*</name>|<initializer>[^<]*</initializer>|<[^>]*>|[ \t\r\n]" "" text "${block}")
+    if(text STREQUAL "")
+      list(APPEND missing "${name}")
+    endif()
+  endforeach()
+endforeach()
+list(REMOVE_DUPLICATES missing)
+if(missing)
+  list(JOIN missing ", " text)
+  message(FATAL_ERROR "enumerators without a comment: ${text}")
+endif()
