@@ -6,6 +6,8 @@
 
 #include <ctime>
 
+#include "ZoUtils/ZoError.h"
+
 
 namespace zonet_internal {
 
@@ -22,6 +24,13 @@ time_t BlacklistNow();
 // as if it had failed with error while the system's last error read
 // lastError. error 0 turns this off.
 void SetSelectorWaitFailure(int error, int lastError);
+
+// ---- the QoS binding ----
+// How many times the QoS loader has been constructed in this process (1 once
+// any wrapper has run, whatever the number of threads that raced to it).
+int QosLoaderBuilds();
+// The loader's kept load result; builds the loader if no wrapper has yet.
+CZoError QosLoaderResult();
 
 }  // namespace zonet_internal
 

@@ -46,6 +46,10 @@ int SockObjNoDelayOption();
 // The ioctl command that gives the number of bytes waiting to be read.
 unsigned long SockObjReadQueueCommand();
 
+// ---- the QoS binding ----
+// The error number a module function left when it answered failure.
+int QosLastError();
+
 }  // namespace zonet_platform
 
 #endif  // ZONETWORK_OBJECTS_OBJECTSPLATFORM_H
