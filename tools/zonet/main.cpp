@@ -30,6 +30,10 @@ const zonet::Command* Commands(size_t& count) {
       {"stacks", "", "whether the IPv4, IPv6 and local (Unix) socket stacks are present", zonet::CmdStacks},
       {"accept", "PORT --timeout S", "listen on 127.0.0.1:PORT (0: any) and accept one client within S seconds",
        zonet::CmdAccept},
+      // interface discovery
+      {"ifaces", "[--pairs] [--macs] [--names]",
+       "the adapters' addresses (--pairs: with companions), hardware addresses, sorted digest with names",
+       zonet::CmdIfaces},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;
