@@ -117,6 +117,7 @@ TEST(Qos, TheLayoutsAreThoseOfTheDesignedPlatform) {
 }
 
 TEST(Qos, AModuleWithoutSetFlowServesTheOtherFunctions) {
+  zotest::FdLeakCheck leaks;
   ProbeRun run = RunProbe("stub", true);
   ASSERT_EQ(run.status, 0) << run.output;
   auto& lines = run.lines;

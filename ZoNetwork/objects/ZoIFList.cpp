@@ -26,9 +26,9 @@ std::atomic<int> g_faultCode{0};
 IfQueryFault Fault() { return g_fault.load(std::memory_order_relaxed); }
 
 // The writer is read once per line: a host may empty it.
-#define ZO_IFLOG(level, where, ...)                                          \
-  do {                                                                       \
-    boost::shared_ptr<CLogWriterInterface> zo_writer_ = g_ptrLogWriter;      \
+#define ZO_IFLOG(level, where, ...)                                                    \
+  do {                                                                                 \
+    boost::shared_ptr<CLogWriterInterface> zo_writer_ = g_ptrLogWriter;                \
     if (zo_writer_) zo_writer_->WriteLog((level), (where), __LINE__, 0, 0, __VA_ARGS__); \
   } while (0)
 

@@ -6,7 +6,7 @@
 #ifndef ZONETWORK_QOSWAVEAPI_H
 #define ZONETWORK_QOSWAVEAPI_H
 
-#include <cstdint>
+#include <stdint.h>
 
 #include "ZoNetwork/ZoNetworkExport.h"
 #include "ZoUtils/DynamicLoadBase.h"
