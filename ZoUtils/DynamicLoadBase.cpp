@@ -1,5 +1,6 @@
 #include "ZoUtils/DynamicLoadBase.h"
 
+#include <cctype>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -33,8 +34,9 @@ void* FindSymbol(void* module, const char* functionName, std::string& text) {
 }
 
 const char* LocationName(const char* prettyFunction) {
-  // g++ and clang write "... CLoadedFunction<Signature>::Load(...) [with
-  // Signature = int(void*)]"; the location wants "CLoadedFunction<int(void*)>::Load".
+  // g++ writes "... CLoadedFunction<Signature>::Load(...) [with Signature =
+  // int (*)(void*)]" and clang "[Signature = int (*)(void *)]"; the location
+  // wants "CLoadedFunction<int (*)(void*)>::Load" from either.
   std::string pretty(prettyFunction ? prettyFunction : "");
   std::string name = "CLoadedFunction<?>::Load";
   const char* key = "Signature = ";
@@ -42,8 +44,16 @@ const char* LocationName(const char* prettyFunction) {
   if (at != std::string::npos) {
     at += std::strlen(key);
     size_t end = pretty.find_first_of(";]", at);
-    name = "CLoadedFunction<" + pretty.substr(at, end == std::string::npos ? std::string::npos : end - at) +
-           ">::Load";
+    std::string signature = pretty.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    std::string spelled;
+    for (size_t i = 0; i < signature.size(); ++i) {
+      // clang's "void *" becomes g++'s "void*"; "int (*)" keeps its space.
+      bool afterName = !spelled.empty() && (std::isalnum(static_cast<unsigned char>(spelled.back())) ||
+                                            spelled.back() == '_');
+      if (signature[i] == ' ' && i + 1 < signature.size() && signature[i + 1] == '*' && afterName) continue;
+      spelled += signature[i];
+    }
+    name = "CLoadedFunction<" + spelled + ">::Load";
   }
   static std::mutex lock;
   static std::set<std::string>* names = new std::set<std::string>;  // lives for the whole run, by design

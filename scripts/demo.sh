@@ -35,6 +35,11 @@ printf '10.0.0.1\n2001:db8::7\n/run/peer.sock\n10.0.0.1\n' >"$blacklist_dir/blac
 run blacklist "$blacklist_dir/blacklist.txt" --grace 2 --expire 300
 rm -rf "$blacklist_dir"
 
+# The machine's adapters: addresses with their companions, hardware
+# addresses (no reverse names: those would ask the network).
+run ifaces
+run ifaces --pairs --macs
+
 # Stacks, bindable addresses and timed accepts.
 run stacks
 run bindable 127.0.0.1

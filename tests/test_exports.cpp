@@ -82,6 +82,26 @@ TEST(Exports, ZoNetworkShowsItsFaceOnly) {
   EXPECT_TRUE(network.Has("ZONET_recvwithtimeout"));
   EXPECT_TRUE(network.Has("ZONET_socketpair"));
   EXPECT_TRUE(network.Has("xnfdset_set"));
+  // Interface discovery; its query hook and platform side stay inside.
+  EXPECT_TRUE(network.Has("_ZN9CZoIPAddr9GetIFListERSt6vectorISt4pairIS_S_ESaIS2_EENS_9IP_FAMILYE"));
+  EXPECT_TRUE(network.Has("_ZN9CZoIPAddr9GetIFListERSt6vectorIS_SaIS_EENS_9IP_FAMILYE"));
+  EXPECT_TRUE(network.Has(
+      "_ZN9CZoIPAddr10GetMACListERSt6vectorINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESaIS6_EENS_9IP_FAMILYE"));
+  EXPECT_TRUE(
+      network.Has("_ZN9CZoIPAddr16GetAllInterfacesER22GetAllInterfacesArgs_tR21GetAllInterfacesRet_tRKNS_9IP_FAMILYE"));
+  EXPECT_FALSE(network.Has("_ZN14zonet_internal15SetIfQueryFaultENS_12IfQueryFaultEi"));
+  EXPECT_FALSE(network.Has("_ZN14zonet_platform14IfSnapshotTakeEPPNS_10IfSnapshotE"));
+  // The QoS flow service and its loader; the loader's test hooks and its
+  // platform side stay inside.
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll15QOSCreateHandleEP12_QOS_VERSIONPPv"));
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll14QOSCloseHandleEPv"));
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll10QOSSetFlowEPvm13_QOS_SET_FLOWmS0_mP11_OVERLAPPED"));
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll18QOSAddSocketToFlowEPvmP8sockaddr17_QOS_TRAFFIC_TYPEmPm"));
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll23QOSRemoveSocketFromFlowEPvmmm"));
+  EXPECT_TRUE(network.Has("_ZN10FXQWaveDll21CDynamicLoadBaseQwave20LoadDynamicFunctionsEv"));
+  EXPECT_FALSE(network.Has("_ZN14zonet_internal15QosLoaderBuildsEv"));
+  EXPECT_FALSE(network.Has("_ZN14zonet_internal15QosLoaderResultEv"));
+  EXPECT_FALSE(network.Has("_ZN14zonet_platform12QosLastErrorEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform17SocketLayerStartsEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform16SocketLayerStartEv"));
 }

@@ -2,7 +2,10 @@
 // CLoadedFunction, with real shared objects of the system.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <cmath>
+#include <type_traits>
 
 #include "ZoUtils/DynamicLoadBase.h"
 #include "ZoUtils/ZoLibrary.h"
@@ -19,8 +22,8 @@ public:
     (void)m_missing.Load(*this, "zonet_no_such_function");
     return CZoError::Success();
   }
-  CLoadedFunction<double(double)> m_cos;
-  CLoadedFunction<int(void*)> m_missing;
+  CLoadedFunction<double (*)(double)> m_cos;
+  CLoadedFunction<int (*)(void*)> m_missing;
   CZoError m_loadError = CZoError::Success();
 };
 
@@ -79,7 +82,7 @@ TEST(DynamicLoad, AMissingFunctionStaysNullWithItsError) {
   std::string text = e.AsString();
   EXPECT_NE(text.find("Failed to get address, Module=[0x"), std::string::npos);
   EXPECT_NE(text.find("FunctionName=[zonet_no_such_function]"), std::string::npos);
-  EXPECT_NE(text.find("CLoadedFunction<int(void*)>::Load"), std::string::npos) << text;
+  EXPECT_NE(text.find("CLoadedFunction<int (*)(void*)>::Load"), std::string::npos) << text;
 }
 
 TEST(DynamicLoad, AMissingModuleIsNoCrash) {
@@ -89,8 +92,49 @@ TEST(DynamicLoad, AMissingModuleIsNoCrash) {
   EXPECT_NE(e.AsString().find("Failed to load, Module=[libzonet-missing.so.9]"), std::string::npos);
   EXPECT_TRUE(loader.IsLoadAttempted());
   EXPECT_EQ(loader.GetModule(), nullptr);
-  CLoadedFunction<int(void*)> function;
+  CLoadedFunction<int (*)(void*)> function;
   EXPECT_TRUE(function.Load(loader, "anything").Is(ZONET_ERR_PROC_NOT_FOUND));
   EXPECT_EQ(function.Get(), nullptr);
   EXPECT_TRUE(function.Load(loader, nullptr).IsError());
+}
+
+// The template takes the pointer type itself, as the loaders declare their
+// members: CLoadedFunction<int (*)(void*)> holds an int (*)(void*).
+TEST(DynamicLoad, TakesAPointerToFunctionTypeAndCallsThrough) {
+  static_assert(std::is_same<decltype(CLoadedFunction<int (*)(void*)>().Get()), int (*)(void*)>::value,
+                "Get() gives the pointer type as it was named");
+  CDynamicLoadBase loader;
+  ASSERT_FALSE(loader.Load("libc.so.6").IsError());
+  // Both take one pointer and answer an int, so the int (*)(void*) call is
+  // the same call at the machine level.
+  CLoadedFunction<int (*)(void*)> init;
+  CLoadedFunction<int (*)(void*)> destroy;
+  ASSERT_FALSE(init.Load(loader, "pthread_attr_init").IsError());
+  ASSERT_FALSE(destroy.Load(loader, "pthread_attr_destroy").IsError());
+  ASSERT_TRUE(init.IsBound());
+  pthread_attr_t attributes;
+  EXPECT_EQ(init.Get()(&attributes), 0);
+  EXPECT_EQ(destroy.Get()(&attributes), 0);
+}
+
+TEST(DynamicLoad, LocatesItselfWithThePointerType) {
+  CDynamicLoadBase loader;
+  ASSERT_FALSE(loader.Load("libc.so.6").IsError());
+  CLoadedFunction<int (*)(void*)> missing;
+  std::string text = missing.Load(loader, "zonet_no_such_function").AsString();
+  EXPECT_NE(text.find("CLoadedFunction<int (*)(void*)>::Load"), std::string::npos) << text;
+  EXPECT_EQ(text.find("__cdecl"), std::string::npos) << text;
+}
+
+TEST(DynamicLoad, LocationNameSpellsEitherCompilerAlike) {
+  EXPECT_STREQ(ZoDynamicLoad::LocationName(
+                   "CZoError CLoadedFunction<Signature>::Load(CDynamicLoadBase&, const char*) "
+                   "[with Signature = int (*)(void*)]"),
+               "CLoadedFunction<int (*)(void*)>::Load");
+  EXPECT_STREQ(ZoDynamicLoad::LocationName(
+                   "CZoError CLoadedFunction<int (*)(void *)>::Load(CDynamicLoadBase &, const char *) "
+                   "[Signature = int (*)(_QOS_VERSION *, void **)]"),
+               "CLoadedFunction<int (*)(_QOS_VERSION*, void**)>::Load");
+  EXPECT_STREQ(ZoDynamicLoad::LocationName("no template here"), "CLoadedFunction<?>::Load");
+  EXPECT_STREQ(ZoDynamicLoad::LocationName(nullptr), "CLoadedFunction<?>::Load");
 }

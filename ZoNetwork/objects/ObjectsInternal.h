@@ -6,6 +6,8 @@
 
 #include <ctime>
 
+#include "ZoUtils/ZoError.h"
+
 
 namespace zonet_internal {
 
@@ -22,6 +24,27 @@ time_t BlacklistNow();
 // as if it had failed with error while the system's last error read
 // lastError. error 0 turns this off.
 void SetSelectorWaitFailure(int error, int lastError);
+
+// ---- interface discovery ----
+// What the adapter query of CZoIPAddr::GetIFList and GetMACList meets in
+// place of the system while set: the outcomes a real machine seldom shows.
+enum class IfQueryFault {
+  kNone,             // the system answers
+  kSizeQueryFails,   // the size query answers code (0 too: a query that succeeds at once)
+  kNoAdapters,       // the size query finds no adapter
+  kAllocationFails,  // the buffer for the list cannot be had
+  kFetchFails,       // the fetch answers code
+  kForeignFamily,    // the first address of each adapter reads as family AF_UNIX
+};
+// Sets the fault for every query of the process until it is set to kNone.
+void SetIfQueryFault(IfQueryFault fault, int code = 0);
+
+// ---- the QoS binding ----
+// How many times the QoS loader has been constructed in this process (1 once
+// any wrapper has run, whatever the number of threads that raced to it).
+int QosLoaderBuilds();
+// The loader's kept load result; builds the loader if no wrapper has yet.
+CZoError QosLoaderResult();
 
 }  // namespace zonet_internal
 

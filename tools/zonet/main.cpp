@@ -31,6 +31,10 @@ const zonet::Command* Commands(size_t& count) {
       {"accept", "PORT --timeout S",
        "listen on 127.0.0.1:PORT (0: any free port) and accept one client within S seconds (0: no limit)",
        zonet::CmdAccept},
+      // interface discovery
+      {"ifaces", "[--pairs] [--macs] [--names]",
+       "the adapters' addresses (--pairs: with companions), hardware addresses, sorted digest with names",
+       zonet::CmdIfaces},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -6,6 +6,7 @@
 #define ZONETWORK_ZOIPADDR_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #ifndef _WIN32
@@ -16,6 +17,9 @@
 #include "ZoNetwork/ZoNetworkExport.h"
 #include "ZoUtils/ZoError.h"
 #include "ZoUtils/ZoString.h"
+
+struct GetAllInterfacesArgs_t;
+struct GetAllInterfacesRet_t;
 
 /// One ZONET_SockAddr and nothing else: it is copied as a block and can be
 /// handed to any flat function that takes the record.
@@ -165,6 +169,51 @@ public:
   /// Whether local sockets can be used; always Success.
   static CZoError IsUnixStackPresent(bool& out);
 
+  /// @name Interface discovery
+  /// The machine's network adapters, walked in the system's order (by
+  /// interface index), each adapter's addresses under it. An adapter counts
+  /// when it is the loopback adapter or is running (up with carrier); every
+  /// other one is skipped with "Skipping disabled interface '<name>'" in the
+  /// log at level -1. family goes to the query as it is: IP_FAMILY_ANY asks
+  /// for every address, and a family other than ANY, IPv4 and IPv6 makes the
+  /// query fail with ZONET_ERR_INVALID_PARAMETER. Failures of the query, all
+  /// also written to the log at level -1: its error number with "Can't figure
+  /// out buffer space for adapter addresses."; ZONET_ERR_NOT_ENOUGH_MEMORY
+  /// with "Error allocating memory for pAdapterAddBuff"; the error number of
+  /// the fetch with "Error fetching adapter addresses". A machine without
+  /// adapters is Success with nothing added.
+  /// @{
+
+  /// Empties out, then appends one pair per IPv4 and IPv6 address: the
+  /// address and its companion. An IPv4 address's companion is its network
+  /// address (the address with its prefix's mask applied), or a cleared
+  /// object for a prefix of 0 or above 32. An IPv6 address's companion is an
+  /// IPv4 address whose address word holds, zero-extended, the 16-bit word of
+  /// address bytes 6 and 7 as they are stored. Nothing is sorted or removed.
+  /// On failure out stays empty.
+  static CZoError GetIFList(std::vector<std::pair<CZoIPAddr, CZoIPAddr> >& out, IP_FAMILY family);
+  /// Appends the addresses of the pair list to out, behind what it holds
+  /// (out is not emptied). On failure out is unchanged and the pair list's
+  /// error is returned with this location pushed.
+  static CZoError GetIFList(std::vector<CZoIPAddr>& out, IP_FAMILY family);
+  /// Appends the hardware address of each counted adapter that has one, as
+  /// lower-case hexadecimal pairs joined by ':' ("02:00:5e:10:00:01"); out is
+  /// not emptied and duplicates stay. family is only the size query's: the
+  /// fetch always asks for every family, so a narrower family can make the
+  /// fetch fail with ZONET_ERR_BUFFER_OVERFLOW.
+  static CZoError GetMACList(std::vector<std::string>& out, IP_FAMILY family);
+  /// A digest for display. Appends every address of GetIFList to
+  /// ret.addresses (a failure of the walk is dropped); then, for each element
+  /// of ret.addresses, those the caller left included, except 127.0.0.1 and
+  /// ::1: its numeric text to ret.addressStrings and, when host names are
+  /// wanted, its reverse name in lower case to ret.hostNames where there is
+  /// one. addressStrings is sorted (duplicates stay), hostNames sorted without
+  /// duplicates. Asking for host names sets args.wantAddresses. Failure only
+  /// when nothing is asked: ZONET_ERR_INVALID_PARAMETER, "Nothing requested in
+  /// arguments.".
+  static CZoError GetAllInterfaces(GetAllInterfacesArgs_t& args, GetAllInterfacesRet_t& ret, const IP_FAMILY& family);
+  /// @}
+
 private:
   ZONET_SockAddr m_SockAddr;
 
@@ -174,5 +223,21 @@ private:
 };
 
 static_assert(sizeof(CZoIPAddr) == 112, "a CZoIPAddr is exactly one ZONET_SockAddr");
+
+/// What CZoIPAddr::GetAllInterfaces is asked for.
+struct GetAllInterfacesArgs_t {
+  bool wantAddresses;  ///< Addresses are requested (they are collected in any case).
+  bool wantHostNames;  ///< Reverse names are requested too; sets wantAddresses.
+};
+
+/// What CZoIPAddr::GetAllInterfaces answers; every vector is added to.
+struct GetAllInterfacesRet_t {
+  /// Numeric text of each address but 127.0.0.1 and ::1, sorted byte-wise; duplicates stay.
+  std::vector<std::string> addressStrings;
+  /// Every address of the walk, loopback ones included, in walk order.
+  std::vector<CZoIPAddr> addresses;
+  /// Lower-case reverse names of the addresses that have one; sorted, without duplicates.
+  std::vector<std::string> hostNames;
+};
 
 #endif  // ZONETWORK_ZOIPADDR_H

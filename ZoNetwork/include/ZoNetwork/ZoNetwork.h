@@ -27,5 +27,7 @@
 // socket object, selector, stack probes
 #include "ZoNetwork/ZoSocket.h"
 #include "ZoNetwork/ZoSocketSelector.h"
+// QoS flows
+#include "ZoNetwork/QosWaveApi.h"
 
 #endif  // ZONETWORK_ZONETWORK_H

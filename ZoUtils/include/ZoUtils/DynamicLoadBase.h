@@ -6,6 +6,7 @@
 #define ZOUTILS_DYNAMICLOADBASE_H
 
 #include <string>
+#include <type_traits>
 
 #include "ZoUtils/ZoError.h"
 #include "ZoUtils/ZoUtilsExport.h"
@@ -48,9 +49,14 @@ ZOUTILS_API const char* LocationName(const char* prettyFunction);
 }  // namespace ZoDynamicLoad
 
 /// One function of an optional library, null until bound.
-/// @tparam Signature the function's type.
+/// @tparam Signature the pointer-to-function type that Get() returns, such as
+///         int (*)(void*).
 template <typename Signature>
 class CLoadedFunction {
+  static_assert(std::is_pointer<Signature>::value &&
+                    std::is_function<typename std::remove_pointer<Signature>::type>::value,
+                "CLoadedFunction takes a pointer-to-function type, such as int (*)(void*)");
+
 public:
   /// An unbound function whose last error is success.
   CLoadedFunction() : m_pfn(nullptr), m_bFlag(false), m_error(CZoError::Success()) {}
@@ -62,7 +68,7 @@ public:
     static const char* const kWhere = ZoDynamicLoad::LocationName(__PRETTY_FUNCTION__);
     std::string text;
     void* address = ZoDynamicLoad::FindSymbol(owner.GetModule(), functionName, text);
-    m_pfn = reinterpret_cast<Signature*>(address);
+    m_pfn = reinterpret_cast<Signature>(address);
     if (m_pfn == nullptr) {
       m_error = FXErrorUtil::ErrorWin32(FXCodeLocation(__FILE__, kWhere, __LINE__), ZONET_ERR_PROC_NOT_FOUND,
                                         "Failed to get address, Module=[0x%p], FunctionName=[%s]", owner.GetModule(),
@@ -74,15 +80,15 @@ public:
     return m_error;
   }
 
-  /// The bound function, or null when Load() has not succeeded.
-  Signature* Get() const { return m_pfn; }
+  /// The bound function, or null when Load() failed or never ran.
+  Signature Get() const { return m_pfn; }
   /// Whether Load() has found the function.
   bool IsBound() const { return m_pfn != nullptr; }
   /// The outcome of the last Load(); success before the first.
   const CZoError& GetError() const { return m_error; }
 
 private:
-  Signature* m_pfn;
+  Signature m_pfn;
   bool m_bFlag;  // kept at false; nothing reads it
   CZoError m_error;
 };

@@ -51,6 +51,7 @@
   XX(ZONET_ERR_INVALID_DATA, 13, EBADMSG, "data that cannot be read as what it should be")       \
   XX(ZONET_ERR_NOT_SUPPORTED, 50, EOPNOTSUPP, "not supported on this system")                    \
   XX(ZONET_ERR_NO_DATA, 232, ENODATA, "no data")                                                 \
+  XX(ZONET_ERR_BUFFER_OVERFLOW, 111, EOVERFLOW, "the answer does not fit the buffer given")    \
   XX(ZONET_ERR_NO_MORE_ITEMS, 259, ENOENT, "end of a walk")                                      \
   XX(ZONET_ERR_NOT_FOUND, 1168, ENOENT, "not found")                                             \
   XX(ZONET_ERR_EMPTY, 4306, ENODATA, "an empty file")                                            \
