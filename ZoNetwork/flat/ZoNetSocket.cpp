@@ -161,8 +161,9 @@ bool WaitReady(ZONET_SOCKET sock, int fd, bool forWrite, int64_t start, int time
 
 // A short peek of a stream cannot tell a peer that has gone from one that is
 // slow; once the peer has gone the peek would give the same bytes for ever.
-inline bool ShortPeekAtEnd(int fd, int flags, int received, int length) {
-  return IsPeek(flags) && received < length && plat::SockPeerHasClosed(fd);
+// *error is 0 for a peer that shut down in order, else the connection's error.
+inline bool ShortPeekAtEnd(int fd, int flags, int received, int length, int* error) {
+  return IsPeek(flags) && received < length && plat::SockPeerHasClosed(fd, error);
 }
 
 // The loop of every stream send and receive, after their checks: move what
@@ -198,7 +199,8 @@ int StreamLoop(ZONET_SOCKET sock, char* bytes, int length, int* count, int timeo
     // Nothing moved: the peer has closed, and the caller sees a short count.
     if (n == 0) return 0;
     *count += static_cast<int>(n);
-    if (ShortPeekAtEnd(fd, flags, *count, length)) return 0;
+    int peerError = 0;
+    if (ShortPeekAtEnd(fd, flags, *count, length, &peerError)) return peerError;
   }
   return 0;
 }
