@@ -197,6 +197,33 @@ TEST(Socket, LocalPathFillingTheWholeAreaComesBackTerminated) {
   EXPECT_EQ(name.substr(0, 107), std::string(addr.local.path));
 }
 
+// A failed name query leaves the caller's record as it was, every byte.
+TEST(Socket, FailedNameQueriesLeaveTheRecordUntouched) {
+  zotest::FdLeakCheck leaks;
+  ZONET_SockAddr before;
+  std::memset(&before, 0xAB, sizeof(before));
+  ZONET_SockAddr addr = before;
+  // Not connected: getpeername's ENOTCONN.
+  Fd s(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(ENOTCONN, ZONET_getpeername(s.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // Not a socket: ENOTSOCK from both.
+  Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(ENOTSOCK, ZONET_getsockname(file.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  EXPECT_EQ(ENOTSOCK, ZONET_getpeername(file.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // A closed descriptor: EBADF.
+  const ZONET_SOCKET closed = s.sock();
+  s.reset();
+  EXPECT_EQ(EBADF, ZONET_getsockname(closed, &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // And accept, whose first step is getsockname, leaves it too.
+  ZONET_SOCKET newSock = 42;
+  EXPECT_EQ(EBADF, ZONET_accept(closed, &newSock, &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+}
+
 TEST(Socket, AcceptOnASocketNotListeningSucceedsWithAnInvalidHandle) {
   zotest::FdLeakCheck leaks;
   ZONET_SOCKET s;

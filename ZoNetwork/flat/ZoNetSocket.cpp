@@ -83,13 +83,16 @@ int GetName(ZONET_SOCKET sock, ZONET_SockAddr* addr, NameCall call) {
   if (addr == nullptr) return ZONET_ERR_INVALID_PARAMETER;
   int fd;
   if (!ToFd(sock, &fd)) return EBADF;
-  // The kernel writes only the bytes of the form it returns; the rest of the
-  // record should not carry an older address.
-  std::memset(addr, 0, sizeof(*addr));
+  // Asked into a record of its own, so that a failure leaves the caller's as
+  // it was. The kernel writes only the bytes of the form it returns; the rest
+  // of the record should not carry an older address.
+  ZONET_SockAddr name;
+  std::memset(&name, 0, sizeof(name));
   int length = kWholeRecord;
-  const int rc = call(fd, addr, &length);
+  const int rc = call(fd, &name, &length);
   if (rc != 0) return rc;
-  RepairLocalName(addr, length);
+  RepairLocalName(&name, length);
+  *addr = name;
   return 0;
 }
 
