@@ -59,7 +59,9 @@ CZoString& CZoString::operator=(const char* text) {
 
 bool CZoString::operator==(const char* text) const { return std::strcmp(c_str(), text ? text : kEmpty) == 0; }
 
-char CZoString::operator[](size_t index) const { return index < m_length ? m_buffer[index] : '\0'; }
+char CZoString::operator[](size_t index) { return index < m_length ? m_buffer[index] : '\0'; }
+
+size_t CZoString::GetAllocatedSize() { return m_capacity; }
 
 const char* CZoString::c_str() const { return m_buffer ? m_buffer : kEmpty; }
 
@@ -77,11 +79,11 @@ CZoString Joined(const char* a, size_t aLength, const char* b, size_t bLength) {
 }
 }  // namespace
 
-CZoString CZoString::operator+(const CZoString& other) const {
+CZoString CZoString::operator+(const CZoString& other) {
   return Joined(c_str(), m_length, other.c_str(), other.m_length);
 }
 
-CZoString CZoString::operator+(const char* text) const { return Joined(c_str(), m_length, text, SafeLength(text)); }
+CZoString CZoString::operator+(const char* text) { return Joined(c_str(), m_length, text, SafeLength(text)); }
 
 CZoString operator+(const char* text, const CZoString& other) { return CZoString(text) + other; }
 

@@ -31,7 +31,8 @@ public:
   CZoError Size(uint64_t& size);
   // Whether the position is at (or past) the end.
   CZoError IsEOF(bool& atEnd);
-  bool IsValid() const { return m_fd >= 0; }
+  /// Whether a file is open; false after Close() or a failed Open().
+  bool IsValid();
   CZoError Close();
 
   // Reads the whole file into a buffer from malloc, NUL-terminated behind its

@@ -25,13 +25,15 @@ public:
   CZoString& operator=(const char* text);
 
   bool operator==(const char* text) const;
-  // One character by value; '\0' past the end.
-  char operator[](size_t index) const;
+  /// One character by value; '\0' past the end (never a failure).
+  char operator[](size_t index);
   operator const char*() const { return c_str(); }
   const char* c_str() const;
 
-  CZoString operator+(const CZoString& other) const;
-  CZoString operator+(const char* text) const;
+  /// A new string: this text followed by other's.
+  CZoString operator+(const CZoString& other);
+  /// A new string: this text followed by text (a null text reads as empty).
+  CZoString operator+(const char* text);
   CZoString& operator+=(const CZoString& other);
   CZoString& operator+=(const char* text);
 
@@ -62,7 +64,8 @@ public:
   // with the first NUL. AllocateBuffer keeps the text and returns false when
   // memory is short.
   bool AllocateBuffer(size_t size);
-  size_t GetAllocatedSize() const { return m_capacity; }
+  /// Characters the buffer holds without the NUL; 0 while nothing is allocated.
+  size_t GetAllocatedSize();
   char* GetBuffer();
   size_t ReCalculateLength();
 
