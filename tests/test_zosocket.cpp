@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -369,7 +370,32 @@ TEST(ZoSocket, EveryOperationOnAnInvalidHandleSaysNotAValidSocket) {
   EXPECT_TRUE(IsState(s.Listen(5), "CZoSocket::Listen", "Not a bound socket"));
   EXPECT_EQ(s.GetLocalAddressString(), "");
   EXPECT_EQ(s.GetPeerAddressString(), "");
-  EXPECT_EQ(s.GetAddressFamily(), CZoIPAddr::IP_FAMILY_ANY);
+  // The flat answer for a handle it cannot read, as it is.
+  EXPECT_EQ(static_cast<int>(s.GetAddressFamily()), -1);
+}
+
+// The family is the system's answer as it is: -1 for a handle that cannot be
+// read, and a family the library does not speak keeps its own number.
+TEST(ZoSocket, GetAddressFamilyGivesTheFlatAnswerAsItIs) {
+  zotest::FdLeakCheck leaks;
+  EXPECT_TRUE((std::is_same<std::underlying_type<CZoIPAddr::IP_FAMILY>::type, int>::value));
+  CZoSocket closed;
+  EXPECT_EQ(static_cast<int>(closed.GetAddressFamily()), -1);
+  // A descriptor that is no socket.
+  const int file = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(file, 0);
+  CZoSocket notSocket;
+  notSocket.AttachConnectedSocket(static_cast<uint64_t>(file));
+  EXPECT_EQ(static_cast<int>(notSocket.GetAddressFamily()), -1);
+  ::close(file);
+  // A routing socket: a family of the kernel's that is none of the four.
+  const int route = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 0);
+  if (route < 0) GTEST_SKIP() << "no netlink socket here: " << std::strerror(errno);
+  CZoSocket netlink;
+  netlink.AttachConnectedSocket(static_cast<uint64_t>(route));
+  EXPECT_EQ(static_cast<int>(netlink.GetAddressFamily()), AF_NETLINK);
+  EXPECT_EQ(static_cast<int>(netlink.GetAddressFamily()), ZONET_getsockfamily(static_cast<ZONET_SOCKET>(route)));
+  netlink.Close();
 }
 
 TEST(ZoSocket, OpeningAnOpenObjectSaysSocketAlreadyInUse) {

@@ -446,18 +446,9 @@ const CZoSocketDescriptor CZoSocket::GetSocketDescriptor() const { return m_Sock
 bool CZoSocket::IsValid() const { return m_Socket.IsValid(); }
 
 CZoIPAddr::IP_FAMILY CZoSocket::GetAddressFamily() const {
-  // The enumeration cannot hold the -1 of an unreadable handle, nor families
-  // the library does not speak; both read as ANY.
-  switch (ZONET_getsockfamily(m_Socket)) {
-    case ZONET_FAMILY_UNIX:
-      return CZoIPAddr::IP_FAMILY_UNIX;
-    case ZONET_FAMILY_IPV4:
-      return CZoIPAddr::IP_FAMILY_IPV4;
-    case ZONET_FAMILY_IPV6:
-      return CZoIPAddr::IP_FAMILY_IPV6;
-    default:
-      return CZoIPAddr::IP_FAMILY_ANY;
-  }
+  // The enumeration's type is int, so -1 and families without a name pass
+  // through as they are.
+  return static_cast<CZoIPAddr::IP_FAMILY>(ZONET_getsockfamily(m_Socket));
 }
 
 CZoString CZoSocket::GetLocalAddressString() const { return AddressText(*this, &CZoSocket::GetLocalAddress); }

@@ -32,8 +32,9 @@
 // has been parsed; the default constructor parses it until that has worked.
 class ZONET_API CZoIPAddr {
 public:
-  // The address families, with the platform's own numbers.
-  enum IP_FAMILY {
+  // The address families, with the platform's own numbers. The type is int,
+  // so that any number a socket reports (and -1 for none) is a value of it.
+  enum IP_FAMILY : int {
     IP_FAMILY_ANY = ZONET_FAMILY_ANY,
     IP_FAMILY_UNIX = ZONET_FAMILY_UNIX,
     IP_FAMILY_IPV4 = ZONET_FAMILY_IPV4,

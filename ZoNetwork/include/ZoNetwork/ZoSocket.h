@@ -186,8 +186,9 @@ public:
   const CZoSocketDescriptor GetSocketDescriptor() const;
   // True when the handle is not all ones.
   bool IsValid() const;
-  // The family of the socket as the system reports it, without a validity
-  // check; IP_FAMILY_ANY when it cannot be read or is none of the three.
+  // The family of the socket as the system reports it (ZONET_getsockfamily),
+  // without a validity check: -1 when it cannot be read, and any family the
+  // system gives, also one outside the enumeration's names.
   CZoIPAddr::IP_FAMILY GetAddressFamily() const;
   // The text of the socket's own or peer's address; empty when it cannot be
   // read.
