@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
 
 #include "ZoUtils/DynamicLoadBase.h"
 #include "ZoUtils/ZoLibrary.h"
@@ -93,4 +96,25 @@ TEST(DynamicLoad, AMissingModuleIsNoCrash) {
   EXPECT_TRUE(function.Load(loader, "anything").Is(ZONET_ERR_PROC_NOT_FOUND));
   EXPECT_EQ(function.Get(), nullptr);
   EXPECT_TRUE(function.Load(loader, nullptr).IsError());
+}
+
+// The module handle in the message prints as "0x" and 16 upper-case
+// hexadecimal digits, as on the designed platform; no module is all zeros.
+TEST(DynamicLoad, TheModuleInTheMessageIsSixteenUpperCaseHexDigits) {
+  MathLoader loader;
+  ASSERT_FALSE(loader.LoadAll().IsError());
+  char module[64];
+  std::snprintf(module, sizeof module, "Module=[0x%016llX]",
+                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(loader.GetModule())));
+  const std::string text = loader.m_missing.GetError().AsString();
+  EXPECT_NE(text.find(std::string("Failed to get address, ") + module + ", FunctionName=[zonet_no_such_function]"),
+            std::string::npos)
+      << text;
+
+  MathLoader notLoaded;
+  (void)notLoaded.m_missing.Load(notLoaded, "anything");
+  EXPECT_NE(notLoaded.m_missing.GetError().AsString().find(
+                "Failed to get address, Module=[0x0000000000000000], FunctionName=[anything]"),
+            std::string::npos)
+      << notLoaded.m_missing.GetError().AsString();
 }

@@ -81,13 +81,14 @@ TEST(SocketDescriptor, AddressOfGivesTheHandleForAFlatCallToFill) {
   ZONET_close(handle);
 }
 
-TEST(SocketDescriptor, AsStringFormatsTheHandleAsAPointerBehind0x) {
-  char expected[64];
-  std::snprintf(expected, sizeof expected, "0x%p", reinterpret_cast<void*>(static_cast<uintptr_t>(0x1a)));
-  EXPECT_EQ(CZoSocketDescriptor::AsString(0x1a), expected);
-  EXPECT_EQ(CZoSocketDescriptor(0x1a).AsString(), expected);
-  std::snprintf(expected, sizeof expected, "0x%p", reinterpret_cast<void*>(~static_cast<uintptr_t>(0)));
-  EXPECT_EQ(CZoSocketDescriptor().AsString(), expected);
+// "0x%p" as the designed platform prints it: "0x" and 16 upper-case
+// hexadecimal digits, never glibc's "0x0x1a" or "0x(nil)".
+TEST(SocketDescriptor, AsStringIs0xAndSixteenUpperCaseHexDigits) {
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0x1a), "0x000000000000001A");
+  EXPECT_EQ(CZoSocketDescriptor(0x1a).AsString(), "0x000000000000001A");
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0), "0x0000000000000000");
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0xabcdef0123456789ULL), "0xABCDEF0123456789");
+  EXPECT_EQ(CZoSocketDescriptor().AsString(), "0xFFFFFFFFFFFFFFFF");
 }
 
 TEST(SocketDescriptor, DestroyingOrOverwritingNeverCloses) {

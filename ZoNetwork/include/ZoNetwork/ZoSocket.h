@@ -41,7 +41,8 @@ public:
   bool IsValid() const;
   static bool IsValid(uint64_t handle);
 
-  // The handle formatted with "0x%p".
+  // The handle formatted with "0x%p": "0x" and 16 upper-case hexadecimal
+  // digits, e.g. "0x000000000000001A".
   std::string AsString() const;
   static std::string AsString(uint64_t handle);
 

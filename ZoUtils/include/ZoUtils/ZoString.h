@@ -84,7 +84,9 @@ namespace FXString {
 // The most characters FormatArgList produces; a longer result is an error.
 constexpr size_t kMaxFormattedLength = 64 * 1024;
 
-// printf into a new string (cut at kMaxFormattedLength).
+// printf into a new string (cut at kMaxFormattedLength). Here and in
+// FormatArgList, %p prints 16 upper-case hexadecimal digits without "0x", as
+// on the designed platform.
 ZOUTILS_API std::string Format(const char* format, ...) ZO_PRINTF_LIKE(1, 2);
 // The same from an argument list. An error (ZONET_ERR_NAME_TOO_LONG) means the
 // text did not fit, and out keeps what did; a null format is
