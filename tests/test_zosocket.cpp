@@ -506,12 +506,24 @@ TEST(ZoSocket, BindOfAFamilyWithoutAStackIsTheCLibraryFamilyError) {
   EXPECT_STREQ(error.GetItem(0)->GetLocation().GetFunction(), "CZoSocket::Bind");
   EXPECT_FALSE(s.IsValid());
 
-  // The same from the bind step, on an IPv4 socket given an IPv6 address.
+  s.Close();
+}
+
+// An IPv6 address bound to an IPv4 handle is the caller's mistake, not a
+// missing stack: the bind step keeps the plain system number.
+TEST(ZoSocket, BindOfAnAddressOfAnotherFamilyKeepsTheSystemNumber) {
+  zotest::FdLeakCheck leaks;
   CZoIPAddr six;
   ASSERT_FALSE(six.SetAddressString("::1").IsError());
+  CZoSocket s;
   ASSERT_FALSE(s.Socket(Loopback4()).IsError());
-  error = s.Bind(six);
-  EXPECT_TRUE(FXErrorUtil::IsErrNo(error, ZONET_ERRNO_AFNOSUPPORT)) << error.AsString();
+  CZoError error = s.Bind(six);
+  ASSERT_TRUE(error.IsError());
+  EXPECT_TRUE(error.Is(EAFNOSUPPORT)) << error.AsString();
+  EXPECT_FALSE(FXErrorUtil::IsErrNo(error, ZONET_ERRNO_AFNOSUPPORT)) << error.AsString();
+  EXPECT_STREQ(error.GetItem(0)->GetLocation().GetFunction(), "CZoSocket::Bind");
+  // The socket stays open in the object.
+  EXPECT_TRUE(s.IsValid());
   s.Close();
 }
 

@@ -30,10 +30,12 @@ inline CZoError SystemError(const FXCodeLocation& location, int code) {
   return FXErrorUtil::ErrorWin32(location, static_cast<unsigned long>(code));
 }
 
-// The two steps of Bind, opening and binding, report a family the system has
-// no stack for in the C-library domain: that is the answer the address
-// probes look for, and it tells "no such stack" apart from a refused address.
-inline CZoError BindError(const FXCodeLocation& location, int code) {
+// Bind's opening step reports a family the system has no stack for in the
+// C-library domain: that is the answer the address probes look for, and it
+// tells "no such stack" apart from a refused address. The binding step keeps
+// the plain system number: there the same number means an address of another
+// family than the socket's, which is the caller's mistake.
+inline CZoError OpenForBindError(const FXCodeLocation& location, int code) {
   if (code == ZONET_ERRNO_AFNOSUPPORT)
     return FXErrorUtil::ErrorErrNo(location, ZONET_ERRNO_AFNOSUPPORT, "Address family not supported");
   return SystemError(location, code);
@@ -225,11 +227,11 @@ CZoError CZoSocket::ICMPSocket(const CZoIPAddr& addr, CZoIPAddr::IP_FAMILY famil
 CZoError CZoSocket::Bind(const CZoIPAddr& addr) {
   if (!m_Socket.IsValid()) {
     const int rc = OpenStream(addr, m_Socket);
-    if (rc != 0) return BindError(FXLOC("CZoSocket::Bind"), rc);
+    if (rc != 0) return OpenForBindError(FXLOC("CZoSocket::Bind"), rc);
   }
   const ZONET_SockAddr record = addr.GetSockAddr();
   const int rc = ZONET_bind(m_Socket, &record);
-  if (rc != 0) return BindError(FXLOC("CZoSocket::Bind"), rc);
+  if (rc != 0) return SystemError(FXLOC("CZoSocket::Bind"), rc);
   return CZoError::Success();
 }
 

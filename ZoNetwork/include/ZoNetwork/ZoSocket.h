@@ -103,9 +103,10 @@ public:
   CZoError ICMPSocket(const CZoIPAddr& addr, CZoIPAddr::IP_FAMILY family);
   // Binds to addr, first making a stream socket of addr's family when the
   // handle is invalid. A failed bind leaves the new socket open in the
-  // object. The address family's absence from the system (EAFNOSUPPORT) is
-  // reported in the C-library domain, ZONET_ERRNO_AFNOSUPPORT, so that
-  // FXErrorUtil::IsErrNo recognises it.
+  // object. A socket that cannot be made for the family's absence from the
+  // system (EAFNOSUPPORT) is reported in the C-library domain,
+  // ZONET_ERRNO_AFNOSUPPORT, so that FXErrorUtil::IsErrNo recognises it; a
+  // failed bind keeps the plain system number.
   CZoError Bind(const CZoIPAddr& addr);
   // Connects to addr, first making a stream socket of addr's family when the
   // handle is invalid.
