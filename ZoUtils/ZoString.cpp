@@ -233,9 +233,9 @@ namespace {
 // One conversion with its own argument, appended to out; false when the C
 // library refuses the conversion.
 template <typename T>
-bool AppendConversion(std::string& out, const std::string& spec, T value) {
+bool AppendConversion(std::string& out, const std::string& piece, T value) {
   char small[128];
-  const int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+  const int n = std::snprintf(small, sizeof small, piece.c_str(), value);
   if (n < 0) return false;
   if (static_cast<size_t>(n) < sizeof small) {
     out.append(small, static_cast<size_t>(n));
@@ -243,7 +243,7 @@ bool AppendConversion(std::string& out, const std::string& spec, T value) {
   }
   const size_t at = out.size();
   out.resize(at + static_cast<size_t>(n) + 1);
-  std::snprintf(&out[at], static_cast<size_t>(n) + 1, spec.c_str(), value);
+  std::snprintf(&out[at], static_cast<size_t>(n) + 1, piece.c_str(), value);
   out.resize(at + static_cast<size_t>(n));
   return true;
 }
@@ -327,38 +327,38 @@ bool FormatWithPointers(std::string& out, const char* p, va_list args) {
       ok = AppendConversion(out, std::string("%") + (left ? "-" : "") + width + "s", digits);
       continue;
     }
-    const std::string spec = "%" + flags + width + precision + length + conversion;
+    const std::string piece = "%" + flags + width + precision + length + conversion;
     switch (conversion) {
       case 'd':
       case 'i':
-        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, spec, va_arg(ap, int));
-        else if (length == "l") ok = AppendConversion(out, spec, va_arg(ap, long));
-        else if (length == "ll") ok = AppendConversion(out, spec, va_arg(ap, long long));
-        else if (length == "j") ok = AppendConversion(out, spec, va_arg(ap, intmax_t));
-        else if (length == "z") ok = AppendConversion(out, spec, va_arg(ap, ssize_t));
-        else if (length == "t") ok = AppendConversion(out, spec, va_arg(ap, ptrdiff_t));
+        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, piece, va_arg(ap, int));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, long));
+        else if (length == "ll") ok = AppendConversion(out, piece, va_arg(ap, long long));
+        else if (length == "j") ok = AppendConversion(out, piece, va_arg(ap, intmax_t));
+        else if (length == "z") ok = AppendConversion(out, piece, va_arg(ap, ssize_t));
+        else if (length == "t") ok = AppendConversion(out, piece, va_arg(ap, ptrdiff_t));
         else ok = false;
         break;
       case 'o':
       case 'u':
       case 'x':
       case 'X':
-        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, spec, va_arg(ap, unsigned));
-        else if (length == "l") ok = AppendConversion(out, spec, va_arg(ap, unsigned long));
-        else if (length == "ll") ok = AppendConversion(out, spec, va_arg(ap, unsigned long long));
-        else if (length == "j") ok = AppendConversion(out, spec, va_arg(ap, uintmax_t));
-        else if (length == "z") ok = AppendConversion(out, spec, va_arg(ap, size_t));
-        else if (length == "t") ok = AppendConversion(out, spec, va_arg(ap, ptrdiff_t));
+        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, piece, va_arg(ap, unsigned));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, unsigned long));
+        else if (length == "ll") ok = AppendConversion(out, piece, va_arg(ap, unsigned long long));
+        else if (length == "j") ok = AppendConversion(out, piece, va_arg(ap, uintmax_t));
+        else if (length == "z") ok = AppendConversion(out, piece, va_arg(ap, size_t));
+        else if (length == "t") ok = AppendConversion(out, piece, va_arg(ap, ptrdiff_t));
         else ok = false;
         break;
       case 'c':
-        if (length.empty()) ok = AppendConversion(out, spec, va_arg(ap, int));
-        else if (length == "l") ok = AppendConversion(out, spec, va_arg(ap, wint_t));
+        if (length.empty()) ok = AppendConversion(out, piece, va_arg(ap, int));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, wint_t));
         else ok = false;
         break;
       case 's':
-        if (length.empty()) ok = AppendConversion(out, spec, va_arg(ap, const char*));
-        else if (length == "l") ok = AppendConversion(out, spec, va_arg(ap, const wchar_t*));
+        if (length.empty()) ok = AppendConversion(out, piece, va_arg(ap, const char*));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, const wchar_t*));
         else ok = false;
         break;
       case 'e':
@@ -369,8 +369,8 @@ bool FormatWithPointers(std::string& out, const char* p, va_list args) {
       case 'G':
       case 'a':
       case 'A':
-        if (length.empty() || length == "l") ok = AppendConversion(out, spec, va_arg(ap, double));
-        else if (length == "L") ok = AppendConversion(out, spec, va_arg(ap, long double));
+        if (length.empty() || length == "l") ok = AppendConversion(out, piece, va_arg(ap, double));
+        else if (length == "L") ok = AppendConversion(out, piece, va_arg(ap, long double));
         else ok = false;
         break;
       default:
