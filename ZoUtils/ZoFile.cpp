@@ -32,6 +32,8 @@ CZoError CZoFile::Open(const char* path, int flags, int mode) {
   return CZoError::Success();
 }
 
+bool CZoFile::IsValid() { return m_fd >= 0; }
+
 CZoError CZoFile::Read(void* buffer, unsigned size, unsigned* got) {
   if (got) *got = 0;
   if (!IsValid()) return NotOpen("CZoFile::Read");

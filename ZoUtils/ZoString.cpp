@@ -2,10 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cinttypes>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <new>
+#include <sys/types.h>
 
 // ---------------------------------------------------------------- CZoString
 
@@ -59,7 +64,9 @@ CZoString& CZoString::operator=(const char* text) {
 
 bool CZoString::operator==(const char* text) const { return std::strcmp(c_str(), text ? text : kEmpty) == 0; }
 
-char CZoString::operator[](size_t index) const { return index < m_length ? m_buffer[index] : '\0'; }
+char CZoString::operator[](size_t index) { return index < m_length ? m_buffer[index] : '\0'; }
+
+size_t CZoString::GetAllocatedSize() { return m_capacity; }
 
 const char* CZoString::c_str() const { return m_buffer ? m_buffer : kEmpty; }
 
@@ -77,11 +84,11 @@ CZoString Joined(const char* a, size_t aLength, const char* b, size_t bLength) {
 }
 }  // namespace
 
-CZoString CZoString::operator+(const CZoString& other) const {
+CZoString CZoString::operator+(const CZoString& other) {
   return Joined(c_str(), m_length, other.c_str(), other.m_length);
 }
 
-CZoString CZoString::operator+(const char* text) const { return Joined(c_str(), m_length, text, SafeLength(text)); }
+CZoString CZoString::operator+(const char* text) { return Joined(c_str(), m_length, text, SafeLength(text)); }
 
 CZoString operator+(const char* text, const CZoString& other) { return CZoString(text) + other; }
 
@@ -219,11 +226,184 @@ std::string Format(const char* format, ...) {
   return out;
 }
 
+}  // namespace FXString
+
+namespace {
+
+// One conversion with its own argument, appended to out; false when the C
+// library refuses the conversion.
+template <typename T>
+bool AppendConversion(std::string& out, const std::string& piece, T value) {
+  char small[128];
+  const int n = std::snprintf(small, sizeof small, piece.c_str(), value);
+  if (n < 0) return false;
+  if (static_cast<size_t>(n) < sizeof small) {
+    out.append(small, static_cast<size_t>(n));
+    return true;
+  }
+  const size_t at = out.size();
+  out.resize(at + static_cast<size_t>(n) + 1);
+  std::snprintf(&out[at], static_cast<size_t>(n) + 1, piece.c_str(), value);
+  out.resize(at + static_cast<size_t>(n));
+  return true;
+}
+
+// Whether format has a %p conversion; "%%" and plain text don't count.
+bool HasPointerConversion(const char* format) {
+  for (const char* p = std::strchr(format, '%'); p != nullptr; p = std::strchr(p, '%')) {
+    ++p;
+    if (*p == '%') {
+      ++p;
+      continue;
+    }
+    p += std::strspn(p, "-+ #0'123456789.*$hlLjzt");
+    if (*p == 'p') return true;
+    if (*p == '\0') return false;
+  }
+  return false;
+}
+
+// The designed platform prints %p as 16 upper-case hexadecimal digits with
+// no "0x" of its own (so "0x%p" reads "0x000000000000001A"), where glibc
+// writes "0x1a" and "(nil)". A format with a pointer is therefore printed one
+// conversion at a time, each argument taken with the type its conversion
+// names, the pointer by that rule and everything else by the C library.
+// False for what this walk does not take (positional arguments, %n, an
+// unknown conversion): the C library then prints the whole format.
+bool FormatWithPointers(std::string& out, const char* p, va_list args) {
+  va_list ap;
+  va_copy(ap, args);
+  bool ok = true;
+  while (ok && *p != '\0') {
+    if (*p != '%') {
+      const size_t run = std::strcspn(p, "%");
+      out.append(p, run);
+      p += run;
+      continue;
+    }
+    ++p;
+    if (*p == '%') {
+      out += '%';
+      ++p;
+      continue;
+    }
+    std::string flags;
+    while (*p != '\0' && std::strchr("-+ #0'", *p) != nullptr) flags += *p++;
+    std::string width;
+    if (*p == '*') {
+      ++p;
+      const int given = va_arg(ap, int);
+      // A negative width is a left-justified one.
+      if (given < 0) flags += '-';
+      width = std::to_string(given < 0 ? -static_cast<long>(given) : static_cast<long>(given));
+    } else {
+      while (std::isdigit(static_cast<unsigned char>(*p))) width += *p++;
+    }
+    std::string precision;
+    if (*p == '.') {
+      ++p;
+      if (*p == '*') {
+        ++p;
+        // A negative precision counts as none.
+        const int given = va_arg(ap, int);
+        if (given >= 0) precision = "." + std::to_string(given);
+      } else {
+        precision = ".";
+        while (std::isdigit(static_cast<unsigned char>(*p))) precision += *p++;
+      }
+    }
+    std::string length;
+    while (*p != '\0' && std::strchr("hlLjzt", *p) != nullptr) length += *p++;
+    const char conversion = *p;
+    if (conversion == '\0' || conversion == '$') {
+      ok = false;
+      break;
+    }
+    ++p;
+    if (conversion == 'p') {
+      char digits[17];
+      std::snprintf(digits, sizeof digits, "%016" PRIXPTR, reinterpret_cast<uintptr_t>(va_arg(ap, void*)));
+      const bool left = flags.find('-') != std::string::npos;
+      ok = AppendConversion(out, std::string("%") + (left ? "-" : "") + width + "s", digits);
+      continue;
+    }
+    const std::string piece = "%" + flags + width + precision + length + conversion;
+    switch (conversion) {
+      case 'd':
+      case 'i':
+        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, piece, va_arg(ap, int));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, long));
+        else if (length == "ll") ok = AppendConversion(out, piece, va_arg(ap, long long));
+        else if (length == "j") ok = AppendConversion(out, piece, va_arg(ap, intmax_t));
+        else if (length == "z") ok = AppendConversion(out, piece, va_arg(ap, ssize_t));
+        else if (length == "t") ok = AppendConversion(out, piece, va_arg(ap, ptrdiff_t));
+        else ok = false;
+        break;
+      case 'o':
+      case 'u':
+      case 'x':
+      case 'X':
+        if (length.empty() || length == "h" || length == "hh") ok = AppendConversion(out, piece, va_arg(ap, unsigned));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, unsigned long));
+        else if (length == "ll") ok = AppendConversion(out, piece, va_arg(ap, unsigned long long));
+        else if (length == "j") ok = AppendConversion(out, piece, va_arg(ap, uintmax_t));
+        else if (length == "z") ok = AppendConversion(out, piece, va_arg(ap, size_t));
+        else if (length == "t") ok = AppendConversion(out, piece, va_arg(ap, ptrdiff_t));
+        else ok = false;
+        break;
+      case 'c':
+        if (length.empty()) ok = AppendConversion(out, piece, va_arg(ap, int));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, wint_t));
+        else ok = false;
+        break;
+      case 's':
+        if (length.empty()) ok = AppendConversion(out, piece, va_arg(ap, const char*));
+        else if (length == "l") ok = AppendConversion(out, piece, va_arg(ap, const wchar_t*));
+        else ok = false;
+        break;
+      case 'e':
+      case 'E':
+      case 'f':
+      case 'F':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A':
+        if (length.empty() || length == "l") ok = AppendConversion(out, piece, va_arg(ap, double));
+        else if (length == "L") ok = AppendConversion(out, piece, va_arg(ap, long double));
+        else ok = false;
+        break;
+      default:
+        ok = false;
+        break;
+    }
+  }
+  va_end(ap);
+  return ok;
+}
+
+}  // namespace
+
+namespace FXString {
+
 CZoError FormatArgList(std::string& out, const char* format, va_list args) {
   out.clear();
   if (format == nullptr) {
     return FXErrorUtil::ErrorWin32(FXLOC("FXString::FormatArgList"), ZONET_ERR_INVALID_PARAMETER,
                                    "Invalid input parameter, format is NULL");
+  }
+  if (HasPointerConversion(format)) {
+    std::string whole;
+    if (FormatWithPointers(whole, format, args)) {
+      if (whole.size() <= kMaxFormattedLength) {
+        out.swap(whole);
+        return CZoError::Success();
+      }
+      out.assign(whole, 0, kMaxFormattedLength);
+      return FXErrorUtil::ErrorWin32(FXLOC("FXString::FormatArgList"), ZONET_ERR_NAME_TOO_LONG,
+                                     "Formatted text of %zu characters does not fit in %zu", whole.size(),
+                                     kMaxFormattedLength);
+    }
   }
   char small[256];
   va_list copy;

@@ -6,6 +6,8 @@
 #include <string>
 #include <thread>
 
+#include <cstdio>
+
 #include <gtest/gtest.h>
 
 #include "ZoNetwork/ZoSocket.h"
@@ -164,8 +166,10 @@ TEST(AcceptWithTimeout, AnExceptionOnTheSocketIsTheCLibraryIOError) {
   CZoError error = second.AcceptWithTimeout(accepted, 2, &timedOut);
   ASSERT_TRUE(error.IsError());
   EXPECT_TRUE(FXErrorUtil::IsErrNo(error, ZONET_ERRNO_IO)) << error.AsString();
-  const std::string expected =
-      "CZoSocket::AcceptWithTimeout: exception detected on socket " + second.GetSocketDescriptor().AsString() + " (";
+  char handle[32];
+  std::snprintf(handle, sizeof handle, "0x%016llX",
+                static_cast<unsigned long long>(static_cast<uint64_t>(second.GetSocketDescriptor())));
+  const std::string expected = "CZoSocket::AcceptWithTimeout: exception detected on socket " + std::string(handle) + " (";
   EXPECT_EQ(FirstEntry(error).rfind(expected, 0), 0u) << FirstEntry(error);
   EXPECT_EQ(timedOut, 0);
   EXPECT_FALSE(accepted.IsValid());

@@ -583,6 +583,52 @@ TEST_F(Blacklist, ADirectoryIsRefusedAsAFileThatCannotBeOpened) {
   EXPECT_TRUE(Contains(e.AsString(), "Failed to open file, FileName=" + dir.Path())) << e.AsString();
 }
 
+// A report that cannot be stored is an error with its place, never Success,
+// and the list stays as it was.
+TEST_F(Blacklist, AReportThatCannotBeStoredIsOutOfMemory) {
+  CZoIPAddrBlacklist list;
+  ASSERT_FALSE(list.AddAddressToBlacklist(Addr("10.0.0.1")).IsError());
+  zonet_internal::FailBlacklistEntryAllocation(1);
+  // A listed address needs no new entry: its report still works.
+  EXPECT_FALSE(list.AddAddressToBlacklist(Addr("10.0.0.1")).IsError());
+  CZoError e = list.AddAddressToBlacklist(Addr("10.0.0.2"), CZoString("why"));
+  zonet_internal::FailBlacklistEntryAllocation(0);
+  ASSERT_TRUE(e.IsError());
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_OUTOFMEMORY);
+  EXPECT_STREQ(e.GetItem(0)->GetLocation().GetFunction(), "CZoIPAddrBlacklist::AddAddressToBlacklist");
+  EXPECT_FALSE(list.IsAddressBlacklisted(Addr("10.0.0.2"), nullptr, nullptr));
+  std::vector<Entry> entries = Walk(list);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].address, "10.0.0.1");
+
+  // The overload without a description says the same.
+  zonet_internal::FailBlacklistEntryAllocation(1);
+  e = list.AddAddressToBlacklist(Addr("10.0.0.3"));
+  zonet_internal::FailBlacklistEntryAllocation(0);
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_OUTOFMEMORY);
+  EXPECT_TRUE(Contains(e.AsString(), "CZoIPAddrBlacklist::AddAddressToBlacklist")) << e.AsString();
+  EXPECT_EQ(Walk(list).size(), 1u);
+}
+
+// A file whose addresses cannot all be stored is not reported as loaded.
+TEST_F(Blacklist, LoadingStopsWithTheErrorOfAnEntryThatCannotBeStored) {
+  zotest::FdLeakCheck fds;
+  zotest::TempDir dir;
+  CZoIPAddrBlacklist list;
+  const std::string path = dir.Write("blacklist.txt", "10.0.0.1\n10.0.0.2\n10.0.0.3");
+  zonet_internal::FailBlacklistEntryAllocation(2);
+  CZoError e = list.LoadBlacklistFromFile(path.c_str());
+  zonet_internal::FailBlacklistEntryAllocation(0);
+  ASSERT_TRUE(e.IsError());
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_OUTOFMEMORY);
+  EXPECT_STREQ(e.GetItem(0)->GetLocation().GetFunction(), "CZoIPAddrBlacklist::AddAddressToBlacklist");
+  EXPECT_TRUE(Contains(e.AsString(), "CZoIPAddrBlacklist::LoadBlacklistFromFile")) << e.AsString();
+  // What was stored before the failure stays; nothing after it was read.
+  std::vector<Entry> entries = Walk(list);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].address, "10.0.0.1");
+}
+
 TEST_F(Blacklist, ANullFileNameIsAnInvalidParameter) {
   CZoIPAddrBlacklist list;
   CZoError e = list.LoadBlacklistFromFile(nullptr);

@@ -105,3 +105,20 @@ TEST(Exports, ZoNetworkShowsItsFaceOnly) {
   EXPECT_FALSE(network.Has("_ZN14zonet_platform17SocketLayerStartsEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform16SocketLayerStartEv"));
 }
+
+// The foundation's text and file classes keep their declarations exactly, so
+// that a component built against them finds the names it was linked with:
+// no const where the declaration has none.
+TEST(Exports, ZoUtilsKeepsTheDeclaredConstness) {
+  Library utils(ZOUTILS_SO);
+  ASSERT_NE(utils.handle, nullptr) << dlerror();
+  EXPECT_TRUE(utils.Has("_ZN9CZoStringixEm"));                    // char CZoString::operator[](size_t)
+  EXPECT_TRUE(utils.Has("_ZN9CZoStringplERKS_"));                 // CZoString::operator+(const CZoString&)
+  EXPECT_TRUE(utils.Has("_ZN9CZoStringplEPKc"));                  // CZoString::operator+(const char*)
+  EXPECT_TRUE(utils.Has("_ZplPKcRK9CZoString"));                  // operator+(const char*, const CZoString&)
+  EXPECT_TRUE(utils.Has("_ZN9CZoString16GetAllocatedSizeEv"));    // size_t CZoString::GetAllocatedSize()
+  EXPECT_TRUE(utils.Has("_ZN7CZoFile7IsValidEv"));                // bool CZoFile::IsValid()
+  // Declared const, and so exported.
+  EXPECT_TRUE(utils.Has("_ZNK9CZoString5c_strEv"));               // CZoString::c_str() const
+  EXPECT_TRUE(utils.Has("_ZNK9CZoStringeqEPKc"));                 // CZoString::operator==(const char*) const
+}

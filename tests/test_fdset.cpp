@@ -8,6 +8,7 @@
 
 #include "ZoNetwork/ZoFdset.h"
 #include "ZoNetwork/ZoNetSocket.h"
+#include "flat/FlatInternal.h"
 #include "sock_test_util.h"
 #include "support/TestSupport.h"
 
@@ -258,6 +259,33 @@ TEST(Fdset, CopyFollowsTheCapacityRules) {
   EXPECT_EQ(-1, xnfdset_copy_fdset(&grown, &big));
   EXPECT_EQ(1024u, grown.count);
   EXPECT_EQ(0, xnfdset_copy_fdset(&big, &big));
+}
+
+// A copy that needs a new list and a new mask either takes both or leaves
+// the destination exactly as it was, whichever of the two allocations fails.
+TEST(Fdset, CopyThatCannotAllocateLeavesTheDestinationAsItWas) {
+  Flat source(8192);
+  // 1025 members move the list to the heap; descriptor 1500 the mask.
+  for (int fd = 0; fd < 1024; ++fd) ASSERT_EQ(0, xnfdset_set(fd, &source));
+  ASSERT_EQ(0, xnfdset_set(1500, &source));
+  for (int failing = 1; failing <= 2; ++failing) {
+    SCOPED_TRACE(failing == 1 ? "list allocation fails" : "mask allocation fails");
+    Flat destination(8192);
+    for (int fd : {7, 3, 5}) ASSERT_EQ(0, xnfdset_set(fd, &destination));
+    zonet_internal::FailFdsetAllocation(failing);
+    EXPECT_EQ(-1, xnfdset_copy_fdset(&destination, &source));
+    zonet_internal::FailFdsetAllocation(0);
+    EXPECT_EQ((std::vector<int>{7, 3, 5}), Members(destination));
+    EXPECT_EQ(1024u, destination.capacity);
+    EXPECT_EQ(destination.inline_members, destination.members);
+    EXPECT_EQ(&destination.inline_set, destination.set_ptr);
+    EXPECT_EQ(1, xnfdset_isset(5, &destination));
+    EXPECT_EQ(0, xnfdset_isset(1500, &destination));
+    // And the set still works: the next copy takes everything.
+    ASSERT_EQ(0, xnfdset_copy_fdset(&destination, &source));
+    EXPECT_EQ(Members(source), Members(destination));
+    EXPECT_EQ(1, xnfdset_isset(1500, &destination));
+  }
 }
 
 TEST(Fdset, IsSetOnANewObjectInitialisesItAndGivesZero) {

@@ -5,6 +5,9 @@
 #include <pthread.h>
 
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
 #include <type_traits>
 
 #include "ZoUtils/DynamicLoadBase.h"
@@ -137,4 +140,25 @@ TEST(DynamicLoad, LocationNameSpellsEitherCompilerAlike) {
                "CLoadedFunction<int (*)(_QOS_VERSION*, void**)>::Load");
   EXPECT_STREQ(ZoDynamicLoad::LocationName("no template here"), "CLoadedFunction<?>::Load");
   EXPECT_STREQ(ZoDynamicLoad::LocationName(nullptr), "CLoadedFunction<?>::Load");
+}
+
+// The module handle in the message prints as "0x" and 16 upper-case
+// hexadecimal digits, as on the designed platform; no module is all zeros.
+TEST(DynamicLoad, TheModuleInTheMessageIsSixteenUpperCaseHexDigits) {
+  MathLoader loader;
+  ASSERT_FALSE(loader.LoadAll().IsError());
+  char module[64];
+  std::snprintf(module, sizeof module, "Module=[0x%016llX]",
+                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(loader.GetModule())));
+  const std::string text = loader.m_missing.GetError().AsString();
+  EXPECT_NE(text.find(std::string("Failed to get address, ") + module + ", FunctionName=[zonet_no_such_function]"),
+            std::string::npos)
+      << text;
+
+  MathLoader notLoaded;
+  (void)notLoaded.m_missing.Load(notLoaded, "anything");
+  EXPECT_NE(notLoaded.m_missing.GetError().AsString().find(
+                "Failed to get address, Module=[0x0000000000000000], FunctionName=[anything]"),
+            std::string::npos)
+      << notLoaded.m_missing.GetError().AsString();
 }

@@ -12,6 +12,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -249,7 +250,7 @@ TEST_F(NetAddr, FullLengthAndLongerPrefixesCompareTheWholeAddress) {
   ZONET_SockAddr a = Parse("10.1.2.3");
   ZONET_SockAddr b = Parse("10.1.2.4");
   ZONET_SockAddr same = Parse("10.1.2.3");
-  for (int bits : {0, 32, 64, 128, -5}) {
+  for (int bits : {0, 32, 64, 128, -24, INT_MIN}) {
     EXPECT_EQ(ZONET_addrequal(&a, &b, bits, 0), 0) << bits;
     EXPECT_EQ(ZONET_addrequal(&a, &same, bits, 0), 1) << bits;
   }
@@ -262,6 +263,27 @@ TEST_F(NetAddr, FullLengthAndLongerPrefixesCompareTheWholeAddress) {
   EXPECT_EQ(ZONET_addrequal(&x, &y, 127, 0), 0);  // ...01 and ...10 differ in the last two bits
   EXPECT_EQ(ZONET_addrequal(&x, &y, 126, 0), 1);
   EXPECT_EQ(ZONET_addrequal(&x, &y, 64, 0), 1);
+}
+
+// A prefix of -1 to -23 takes no byte whole and masks the next one with 255
+// shifted left by 9 to 31, which in 8 bits is 0: every address is equal, and
+// only the port can still tell them apart.
+TEST_F(NetAddr, NegativePrefixesDownToMinus23MatchAnyAddress) {
+  ZONET_SockAddr a = Parse("10.1.2.3");
+  ZONET_SockAddr b = Parse("192.168.7.9");
+  ZONET_SockAddr x = Parse("2001:db8::1");
+  ZONET_SockAddr y = Parse("fe80::2");
+  for (int bits : {-1, -5, -8, -9, -23}) {
+    EXPECT_EQ(ZONET_addrequal(&a, &b, bits, 0), 1) << bits;
+    EXPECT_EQ(ZONET_addrequal(&x, &y, bits, 0), 1) << bits;
+  }
+  ZONET_setport(&a, 80);
+  ZONET_setport(&b, 81);
+  EXPECT_EQ(ZONET_addrequal(&a, &b, -1, 1), 0);
+  ZONET_setport(&b, 80);
+  EXPECT_EQ(ZONET_addrequal(&a, &b, -1, 1), 1);
+  // Families still have to agree.
+  EXPECT_EQ(ZONET_addrequal(&a, &x, -1, 0), 0);
 }
 
 TEST_F(NetAddr, PortCountsOnlyWhenAsked) {

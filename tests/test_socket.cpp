@@ -197,6 +197,33 @@ TEST(Socket, LocalPathFillingTheWholeAreaComesBackTerminated) {
   EXPECT_EQ(name.substr(0, 107), std::string(addr.local.path));
 }
 
+// A failed name query leaves the caller's record as it was, every byte.
+TEST(Socket, FailedNameQueriesLeaveTheRecordUntouched) {
+  zotest::FdLeakCheck leaks;
+  ZONET_SockAddr before;
+  std::memset(&before, 0xAB, sizeof(before));
+  ZONET_SockAddr addr = before;
+  // Not connected: getpeername's ENOTCONN.
+  Fd s(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(ENOTCONN, ZONET_getpeername(s.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // Not a socket: ENOTSOCK from both.
+  Fd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(ENOTSOCK, ZONET_getsockname(file.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  EXPECT_EQ(ENOTSOCK, ZONET_getpeername(file.sock(), &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // A closed descriptor: EBADF.
+  const ZONET_SOCKET closed = s.sock();
+  s.reset();
+  EXPECT_EQ(EBADF, ZONET_getsockname(closed, &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+  // And accept, whose first step is getsockname, leaves it too.
+  ZONET_SOCKET newSock = 42;
+  EXPECT_EQ(EBADF, ZONET_accept(closed, &newSock, &addr));
+  EXPECT_EQ(0, std::memcmp(&before, &addr, sizeof(addr)));
+}
+
 TEST(Socket, AcceptOnASocketNotListeningSucceedsWithAnInvalidHandle) {
   zotest::FdLeakCheck leaks;
   ZONET_SOCKET s;
@@ -443,6 +470,54 @@ TEST(Socket, PeerSendingHalfAndClosingGivesSuccessWithHalf) {
   EXPECT_EQ(0, ZONET_recv(pair.second.sock(), buf, 10, &received, 0));
   EXPECT_EQ(5, received);
   EXPECT_EQ(0, std::memcmp(buf, "12345", 5));
+}
+
+// A peer that resets the connection (an abortive close) is an error, not an
+// orderly end: the repeated peek gives the receive's ECONNRESET, in both the
+// plain and the timed form.
+TEST(Socket, PeekOfResetConnectionGivesTheResetError) {
+  zotest::FdLeakCheck leaks;
+  for (int timed = 0; timed < 2; ++timed) {
+    SCOPED_TRACE(timed ? "ZONET_recvwithtimeout" : "ZONET_recv");
+    auto pair = socktest::TcpPair();
+    int sent = 0;
+    ASSERT_EQ(0, ZONET_send(pair.first.sock(), "1234", 4, &sent, 0));
+    const linger abortive = {1, 0};
+    ASSERT_EQ(0, ::setsockopt(pair.first.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)));
+    pair.first.reset();
+    char buf[10];
+    int received = -1;
+    int timedOut = -1;
+    const int rc = timed ? ZONET_recvwithtimeout(pair.second.sock(), buf, 10, &received, 5, &timedOut, MSG_PEEK)
+                         : ZONET_recv(pair.second.sock(), buf, 10, &received, MSG_PEEK);
+    EXPECT_EQ(ECONNRESET, rc);
+    if (timed) {
+      EXPECT_EQ(0, timedOut);
+    }
+  }
+}
+
+// The orderly counterpart: a peer that shuts down after 4 of 10 bytes ends
+// the peek with success and the short count, in both forms.
+TEST(Socket, PeekOfShutDownPeerGivesShortCount) {
+  zotest::FdLeakCheck leaks;
+  for (int timed = 0; timed < 2; ++timed) {
+    SCOPED_TRACE(timed ? "ZONET_recvwithtimeout" : "ZONET_recv");
+    auto pair = socktest::TcpPair();
+    int sent = 0;
+    ASSERT_EQ(0, ZONET_send(pair.first.sock(), "1234", 4, &sent, 0));
+    ASSERT_EQ(0, ::shutdown(pair.first.get(), SHUT_WR));
+    char buf[10];
+    int received = -1;
+    int timedOut = -1;
+    const int rc = timed ? ZONET_recvwithtimeout(pair.second.sock(), buf, 10, &received, 5, &timedOut, MSG_PEEK)
+                         : ZONET_recv(pair.second.sock(), buf, 10, &received, MSG_PEEK);
+    EXPECT_EQ(0, rc);
+    EXPECT_EQ(4, received);
+    if (timed) {
+      EXPECT_EQ(0, timedOut);
+    }
+  }
 }
 
 TEST(Socket, PeekRepeatsUntilAllBytesCanBePeeked) {

@@ -1,6 +1,7 @@
 // CZoString and FXString.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -118,6 +119,24 @@ TEST(FXString, Format) {
   EXPECT_EQ(FXString::Format("%s=[%d]", "Module", 7), "Module=[7]");
   std::string big(1000, 'a');
   EXPECT_EQ(FXString::Format("%s", big.c_str()), big);
+}
+
+// A pointer prints as on the designed platform: 16 upper-case hexadecimal
+// digits, null included; every other conversion as the C library prints it.
+TEST(FXString, PointersPrintAsSixteenUpperCaseHexDigits) {
+  EXPECT_EQ(FXString::Format("0x%p", reinterpret_cast<void*>(0x1a)), "0x000000000000001A");
+  EXPECT_EQ(FXString::Format("0x%p", static_cast<void*>(nullptr)), "0x0000000000000000");
+  EXPECT_EQ(FXString::Format("[%p]", reinterpret_cast<void*>(~uintptr_t(0))), "[FFFFFFFFFFFFFFFF]");
+  EXPECT_EQ(FXString::Format("Module=[0x%p], FunctionName=[%s]", reinterpret_cast<void*>(0x7f0012ab34c0), "cos"),
+            "Module=[0x00007F0012AB34C0], FunctionName=[cos]");
+  // Everything around the pointer keeps its own printf meaning, arguments of
+  // every width included.
+  const std::string mixed =
+      FXString::Format("%d %5.2f|%-4s|%*d|%.*s|%lu %lld %zu %c %hhd %x %#o %e %Lg %% %p %s %ls", -7, 3.14159, "ab", 4,
+                       42, 2, "xyz", 123456789012UL, -5LL, size_t(9), 'q', 300, 255, 8, 1.5e10, 2.5L,
+                       reinterpret_cast<void*>(0xbeef), "end", L"wide");
+  EXPECT_EQ(mixed, "-7  3.14|ab  |  42|xy|123456789012 -5 9 q 44 ff 010 1.500000e+10 2.5 % 000000000000BEEF end wide");
+  EXPECT_EQ(FXString::Format("%-20p|", reinterpret_cast<void*>(1)), "0000000000000001    |");
 }
 
 namespace {

@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -80,13 +81,14 @@ TEST(SocketDescriptor, AddressOfGivesTheHandleForAFlatCallToFill) {
   ZONET_close(handle);
 }
 
-TEST(SocketDescriptor, AsStringFormatsTheHandleAsAPointerBehind0x) {
-  char expected[64];
-  std::snprintf(expected, sizeof expected, "0x%p", reinterpret_cast<void*>(static_cast<uintptr_t>(0x1a)));
-  EXPECT_EQ(CZoSocketDescriptor::AsString(0x1a), expected);
-  EXPECT_EQ(CZoSocketDescriptor(0x1a).AsString(), expected);
-  std::snprintf(expected, sizeof expected, "0x%p", reinterpret_cast<void*>(~static_cast<uintptr_t>(0)));
-  EXPECT_EQ(CZoSocketDescriptor().AsString(), expected);
+// "0x%p" as the designed platform prints it: "0x" and 16 upper-case
+// hexadecimal digits, never glibc's "0x0x1a" or "0x(nil)".
+TEST(SocketDescriptor, AsStringIs0xAndSixteenUpperCaseHexDigits) {
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0x1a), "0x000000000000001A");
+  EXPECT_EQ(CZoSocketDescriptor(0x1a).AsString(), "0x000000000000001A");
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0), "0x0000000000000000");
+  EXPECT_EQ(CZoSocketDescriptor::AsString(0xabcdef0123456789ULL), "0xABCDEF0123456789");
+  EXPECT_EQ(CZoSocketDescriptor().AsString(), "0xFFFFFFFFFFFFFFFF");
 }
 
 TEST(SocketDescriptor, DestroyingOrOverwritingNeverCloses) {
@@ -369,7 +371,32 @@ TEST(ZoSocket, EveryOperationOnAnInvalidHandleSaysNotAValidSocket) {
   EXPECT_TRUE(IsState(s.Listen(5), "CZoSocket::Listen", "Not a bound socket"));
   EXPECT_EQ(s.GetLocalAddressString(), "");
   EXPECT_EQ(s.GetPeerAddressString(), "");
-  EXPECT_EQ(s.GetAddressFamily(), CZoIPAddr::IP_FAMILY_ANY);
+  // The flat answer for a handle it cannot read, as it is.
+  EXPECT_EQ(static_cast<int>(s.GetAddressFamily()), -1);
+}
+
+// The family is the system's answer as it is: -1 for a handle that cannot be
+// read, and a family the library does not speak keeps its own number.
+TEST(ZoSocket, GetAddressFamilyGivesTheFlatAnswerAsItIs) {
+  zotest::FdLeakCheck leaks;
+  EXPECT_TRUE((std::is_same<std::underlying_type<CZoIPAddr::IP_FAMILY>::type, int>::value));
+  CZoSocket closed;
+  EXPECT_EQ(static_cast<int>(closed.GetAddressFamily()), -1);
+  // A descriptor that is no socket.
+  const int file = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(file, 0);
+  CZoSocket notSocket;
+  notSocket.AttachConnectedSocket(static_cast<uint64_t>(file));
+  EXPECT_EQ(static_cast<int>(notSocket.GetAddressFamily()), -1);
+  ::close(file);
+  // A routing socket: a family of the kernel's that is none of the four.
+  const int route = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 0);
+  if (route < 0) GTEST_SKIP() << "no netlink socket here: " << std::strerror(errno);
+  CZoSocket netlink;
+  netlink.AttachConnectedSocket(static_cast<uint64_t>(route));
+  EXPECT_EQ(static_cast<int>(netlink.GetAddressFamily()), AF_NETLINK);
+  EXPECT_EQ(static_cast<int>(netlink.GetAddressFamily()), ZONET_getsockfamily(static_cast<ZONET_SOCKET>(route)));
+  netlink.Close();
 }
 
 TEST(ZoSocket, OpeningAnOpenObjectSaysSocketAlreadyInUse) {
@@ -479,12 +506,24 @@ TEST(ZoSocket, BindOfAFamilyWithoutAStackIsTheCLibraryFamilyError) {
   EXPECT_STREQ(error.GetItem(0)->GetLocation().GetFunction(), "CZoSocket::Bind");
   EXPECT_FALSE(s.IsValid());
 
-  // The same from the bind step, on an IPv4 socket given an IPv6 address.
+  s.Close();
+}
+
+// An IPv6 address bound to an IPv4 handle is the caller's mistake, not a
+// missing stack: the bind step keeps the plain system number.
+TEST(ZoSocket, BindOfAnAddressOfAnotherFamilyKeepsTheSystemNumber) {
+  zotest::FdLeakCheck leaks;
   CZoIPAddr six;
   ASSERT_FALSE(six.SetAddressString("::1").IsError());
+  CZoSocket s;
   ASSERT_FALSE(s.Socket(Loopback4()).IsError());
-  error = s.Bind(six);
-  EXPECT_TRUE(FXErrorUtil::IsErrNo(error, ZONET_ERRNO_AFNOSUPPORT)) << error.AsString();
+  CZoError error = s.Bind(six);
+  ASSERT_TRUE(error.IsError());
+  EXPECT_TRUE(error.Is(EAFNOSUPPORT)) << error.AsString();
+  EXPECT_FALSE(FXErrorUtil::IsErrNo(error, ZONET_ERRNO_AFNOSUPPORT)) << error.AsString();
+  EXPECT_STREQ(error.GetItem(0)->GetLocation().GetFunction(), "CZoSocket::Bind");
+  // The socket stays open in the object.
+  EXPECT_TRUE(s.IsValid());
   s.Close();
 }
 

@@ -85,6 +85,11 @@ int UnixSocketTrials();
 // is not allocated.
 int FdsetCoverBits(xnfdset_t* set, int bits);
 
+// Makes the nth heap allocation of descriptor-set storage from now fail (1:
+// the next one), so that a test can reach a failure half-way through an
+// operation that needs two blocks; 0 turns it off.
+void FailFdsetAllocation(int nth);
+
 // The steps of building a socket pair, in the order they run.
 enum SocketPairStep {
   kPairNoStep = 0,

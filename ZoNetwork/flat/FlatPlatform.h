@@ -72,10 +72,12 @@ int SockPeekFlag();
 int SockDontWaitFlag();
 // True for the error of a call that would have had to wait.
 bool SockWouldBlock(int error);
-// True when the peer of a stream socket has shut its sending side, whatever
-// is still unread; asked after a short peek, which cannot tell a closed peer
-// from a slow one by itself.
-bool SockPeerHasClosed(int fd);
+// True when the peer of a stream socket has gone, whatever is still unread;
+// asked after a short peek, which cannot tell a closed peer from a slow one
+// by itself. *error is 0 when the peer shut its sending side in order, and
+// otherwise the error a receive would give for the connection (ECONNRESET
+// for a reset).
+bool SockPeerHasClosed(int fd, int* error);
 // The wall clock in whole seconds.
 int64_t NowSeconds();
 

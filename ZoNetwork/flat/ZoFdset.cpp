@@ -20,6 +20,18 @@ namespace {
 // atomic so that a late change is merely seen late, never torn.
 std::atomic<int> g_maxsock{XNFDSET_DEFAULT_MAXSOCK};
 
+// Counts down to an allocation the tests want to fail; 0 when none.
+std::atomic<int> g_failAllocationIn{0};
+
+// Every heap block of a set comes from here.
+void* SetCalloc(size_t count, size_t size) {
+  int left = g_failAllocationIn.load(std::memory_order_relaxed);
+  while (left > 0 && !g_failAllocationIn.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) {
+  }
+  if (left == 1) return nullptr;
+  return std::calloc(count, size);
+}
+
 typedef unsigned long MaskWord;
 const unsigned kWordBits = sizeof(MaskWord) * CHAR_BIT;
 // The largest mask ever needed: one bit for every int descriptor.
@@ -48,12 +60,16 @@ inline int AsDescriptor(ZONET_SOCKET sock) { return sock <= ZONET_SOCKET(INT_MAX
 
 // Grows the mask to cover at least bits descriptors, doubling so that a run
 // of rising descriptors moves the mask only a few times. 0 or -1.
+uint64_t DoubledBits(uint64_t have, uint64_t bits) {
+  while (have < bits) have *= 2;
+  return have;
+}
+
 int GrowMask(xnfdset_t* set, uint64_t bits) {
   if (bits <= set->mask_bits) return 0;
   if (bits > kMaxMaskBits) return -1;
-  uint64_t newBits = set->mask_bits;
-  while (newBits < bits) newBits *= 2;
-  void* block = std::calloc(1, static_cast<size_t>(newBits / CHAR_BIT));
+  const uint64_t newBits = DoubledBits(set->mask_bits, bits);
+  void* block = SetCalloc(1, static_cast<size_t>(newBits / CHAR_BIT));
   if (block == nullptr) return -1;
   std::memcpy(block, set->set_ptr, set->mask_bits / CHAR_BIT);
   if (!UsesInlineMask(set)) std::free(set->set_ptr);
@@ -62,12 +78,12 @@ int GrowMask(xnfdset_t* set, uint64_t bits) {
   return 0;
 }
 
-// Moves a full inline list onto the heap at the set's limit, once. Old
-// members are kept when keep is set. 0 or -1.
-int GrowList(xnfdset_t* set, bool keep) {
-  int* block = static_cast<int*>(std::calloc(set->limit, sizeof(int)));
+// Moves a full inline list onto the heap at the set's limit, once, keeping
+// its members. 0 or -1.
+int GrowList(xnfdset_t* set) {
+  int* block = static_cast<int*>(SetCalloc(set->limit, sizeof(int)));
   if (block == nullptr) return -1;
-  if (keep) std::memcpy(block, set->members, set->count * sizeof(int));
+  std::memcpy(block, set->members, set->count * sizeof(int));
   set->members = block;
   set->capacity = set->limit;
   return 0;
@@ -76,6 +92,8 @@ int GrowList(xnfdset_t* set, bool keep) {
 }  // namespace
 
 namespace zonet_internal {
+
+void FailFdsetAllocation(int nth) { g_failAllocationIn.store(nth < 0 ? 0 : nth, std::memory_order_relaxed); }
 
 int FdsetCoverBits(xnfdset_t* set, int bits) {
   if (set == nullptr || set->set_ptr == nullptr) return -1;
@@ -137,7 +155,7 @@ int xnfdset_set(ZONET_SOCKET sock, xnfdset_t* set) {
     }
   }
   if (set->count == set->capacity && UsesInlineList(set) && set->capacity < set->limit) {
-    if (GrowList(set, true) != 0) return -1;
+    if (GrowList(set) != 0) return -1;
   }
   if (set->count >= set->capacity) return -1;
   if (GrowMask(set, static_cast<uint64_t>(fd) + 1) != 0) return -1;
@@ -174,13 +192,36 @@ int xnfdset_copy_fdset(xnfdset_t* destination, const xnfdset_t* source) {
     return -1;
   if (destination == source) return 0;
   if (source->capacity > destination->limit) return -1;
-  if (source->capacity > destination->capacity && UsesInlineList(destination) &&
-      destination->capacity < destination->limit) {
-    // Everything is overwritten below, so the old members need not move.
-    if (GrowList(destination, false) != 0) return -1;
+  const bool growList = source->capacity > destination->capacity && UsesInlineList(destination) &&
+                        destination->capacity < destination->limit;
+  if (source->capacity > (growList ? destination->limit : destination->capacity)) return -1;
+  // Both new blocks are had before anything changes, so that a failure of
+  // either leaves the destination as it was. Everything is overwritten below,
+  // so neither old list nor old mask needs to move.
+  int* newList = nullptr;
+  if (growList) {
+    newList = static_cast<int*>(SetCalloc(destination->limit, sizeof(int)));
+    if (newList == nullptr) return -1;
   }
-  if (source->capacity > destination->capacity) return -1;
-  if (GrowMask(destination, source->mask_bits) != 0) return -1;
+  uint64_t newBits = destination->mask_bits;
+  void* newMask = nullptr;
+  if (source->mask_bits > destination->mask_bits) {
+    newBits = DoubledBits(destination->mask_bits, source->mask_bits);
+    newMask = SetCalloc(1, static_cast<size_t>(newBits / CHAR_BIT));
+    if (newMask == nullptr) {
+      std::free(newList);
+      return -1;
+    }
+  }
+  if (newList != nullptr) {
+    destination->members = newList;
+    destination->capacity = destination->limit;
+  }
+  if (newMask != nullptr) {
+    if (!UsesInlineMask(destination)) std::free(destination->set_ptr);
+    destination->set_ptr = static_cast<fd_set*>(newMask);
+    destination->mask_bits = static_cast<uint32_t>(newBits);
+  }
   // The mask as it stands (after a select, the ready bits), then zeros for
   // the part of a larger destination mask that the source does not have.
   const size_t sourceBytes = source->mask_bits / CHAR_BIT;

@@ -227,15 +227,20 @@ ZONET_API int ZONET_addrequal(const ZONET_SockAddr* a, const ZONET_SockAddr* b, 
     fullBits = 128;
   }
   if (comparePort != 0 && a->ipv4.port != b->ipv4.port) return 0;
-  // A prefix that is no prefix (none, negative, or as long as the address or
-  // longer) compares the whole address.
-  if (prefixBits <= 0 || prefixBits >= fullBits) return memcmp(left, right, fullBits / 8) == 0 ? 1 : 0;
+  // The most negative prefix whose mask shift stays below 32 bits.
+  const int kLeastMaskedPrefix = -23;
+  // No prefix, or one as long as the address or longer, compares the whole
+  // address; so does a prefix of -24 or less, whose mask shift below would
+  // reach 32 bits and has no value of its own.
+  if (prefixBits == 0 || prefixBits >= fullBits || prefixBits < kLeastMaskedPrefix)
+    return memcmp(left, right, fullBits / 8) == 0 ? 1 : 0;
 
   int bits = prefixBits;
   for (; bits >= 8; bits -= 8, ++left, ++right) {
     if (*left != *right) return 0;
   }
   if (bits == 0) return 1;
+  // -1 to -23 shift by 9 to 31, which leaves nothing in 8 bits: a mask of 0.
   uint8_t mask = static_cast<uint8_t>(0xFFu << (8 - bits));
   return (*left & mask) == (*right & mask) ? 1 : 0;
 }

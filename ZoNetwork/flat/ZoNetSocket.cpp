@@ -83,13 +83,16 @@ int GetName(ZONET_SOCKET sock, ZONET_SockAddr* addr, NameCall call) {
   if (addr == nullptr) return ZONET_ERR_INVALID_PARAMETER;
   int fd;
   if (!ToFd(sock, &fd)) return EBADF;
-  // The kernel writes only the bytes of the form it returns; the rest of the
-  // record should not carry an older address.
-  std::memset(addr, 0, sizeof(*addr));
+  // Asked into a record of its own, so that a failure leaves the caller's as
+  // it was. The kernel writes only the bytes of the form it returns; the rest
+  // of the record should not carry an older address.
+  ZONET_SockAddr name;
+  std::memset(&name, 0, sizeof(name));
   int length = kWholeRecord;
-  const int rc = call(fd, addr, &length);
+  const int rc = call(fd, &name, &length);
   if (rc != 0) return rc;
-  RepairLocalName(addr, length);
+  RepairLocalName(&name, length);
+  *addr = name;
   return 0;
 }
 
@@ -161,8 +164,9 @@ bool WaitReady(ZONET_SOCKET sock, int fd, bool forWrite, int64_t start, int time
 
 // A short peek of a stream cannot tell a peer that has gone from one that is
 // slow; once the peer has gone the peek would give the same bytes for ever.
-inline bool ShortPeekAtEnd(int fd, int flags, int received, int length) {
-  return IsPeek(flags) && received < length && plat::SockPeerHasClosed(fd);
+// *error is 0 for a peer that shut down in order, else the connection's error.
+inline bool ShortPeekAtEnd(int fd, int flags, int received, int length, int* error) {
+  return IsPeek(flags) && received < length && plat::SockPeerHasClosed(fd, error);
 }
 
 // The loop of every stream send and receive, after their checks: move what
@@ -198,7 +202,8 @@ int StreamLoop(ZONET_SOCKET sock, char* bytes, int length, int* count, int timeo
     // Nothing moved: the peer has closed, and the caller sees a short count.
     if (n == 0) return 0;
     *count += static_cast<int>(n);
-    if (ShortPeekAtEnd(fd, flags, *count, length)) return 0;
+    int peerError = 0;
+    if (ShortPeekAtEnd(fd, flags, *count, length, &peerError)) return peerError;
   }
   return 0;
 }

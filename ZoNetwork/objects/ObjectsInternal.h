@@ -19,6 +19,11 @@ void SetBlacklistClock(BlacklistClock clock);
 // What the blacklist takes as "now": the hooked clock or the wall clock.
 time_t BlacklistNow();
 
+// Makes the nth new blacklist entry from now fail to be stored, as when
+// memory runs out (1: the next one); 0 turns it off. A report that only
+// refreshes a listed entry needs no memory and does not count.
+void FailBlacklistEntryAllocation(int nth);
+
 // ---- the selector ----
 // Makes every CZoSocketSelector::Select of the process skip the wait and act
 // as if it had failed with error while the system's last error read

@@ -16,6 +16,21 @@ std::atomic<BlacklistClock> g_blacklistClock{nullptr};
 
 void SetBlacklistClock(BlacklistClock clock) { g_blacklistClock.store(clock, std::memory_order_release); }
 
+namespace {
+// Counts down to a new entry the tests want to fail; 0 when none.
+std::atomic<int> g_failEntryIn{0};
+
+// True when the entry about to be stored is the one a test wants to fail.
+bool EntryAllocationFails() {
+  int left = g_failEntryIn.load(std::memory_order_relaxed);
+  while (left > 0 && !g_failEntryIn.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) {
+  }
+  return left == 1;
+}
+}  // namespace
+
+void FailBlacklistEntryAllocation(int nth) { g_failEntryIn.store(nth < 0 ? 0 : nth, std::memory_order_relaxed); }
+
 time_t BlacklistNow() {
   BlacklistClock clock = g_blacklistClock.load(std::memory_order_acquire);
   return clock != nullptr ? clock() : static_cast<time_t>(zonet_platform::WallClockSeconds());
@@ -87,6 +102,7 @@ CZoError CZoIPAddrBlacklist::AddAddressToBlacklist(const CZoIPAddr& addr, const 
   if (matched) return CZoError::Success();
 
   try {
+    if (zonet_internal::EntryAllocationFails()) throw std::bad_alloc();
     CZoIPAddrBlacklistNode node;
     node.m_Address = addr;
     node.m_Description = description;
@@ -94,7 +110,9 @@ CZoError CZoIPAddrBlacklist::AddAddressToBlacklist(const CZoIPAddr& addr, const 
     node.m_Attempts = 1;  // not clamped: a grace of 0 still records the one report
     m_Entries.push_back(node);
   } catch (const std::bad_alloc&) {
-    // Nothing to report with: a report that can't be kept is dropped.
+    // A report that could not be kept is no success: a caller (the file
+    // loader above all) would take the address for listed.
+    return FXErrorUtil::ErrorWin32(FXLOC("CZoIPAddrBlacklist::AddAddressToBlacklist"), ZONET_ERR_OUTOFMEMORY);
   }
   return CZoError::Success();
 }
@@ -210,7 +228,15 @@ CZoError CZoIPAddrBlacklist::LoadBlacklistFromFile(const char* fileName) {
     std::vector<CZoIPAddr> addresses;
     CZoError resolved = CZoIPAddr::GetAllByName(line.c_str(), addresses, CZoIPAddr::IP_FAMILY_ANY);
     if (resolved.IsError()) continue;  // a line that doesn't resolve is skipped, silently
-    for (const CZoIPAddr& addr : addresses) (void)AddAddressToBlacklist(addr);
+    for (const CZoIPAddr& addr : addresses) {
+      // Only a report that could not be stored fails, and then the list is
+      // not what the file says: the load stops with that error.
+      CZoError added = AddAddressToBlacklist(addr);
+      if (added.IsError()) {
+        zonet_platform::TextFileClose(file);
+        return added.Push(FXLOC("CZoIPAddrBlacklist::LoadBlacklistFromFile"));
+      }
+    }
   }
 
   zonet_platform::TextFileClose(file);

@@ -30,10 +30,12 @@ inline CZoError SystemError(const FXCodeLocation& location, int code) {
   return FXErrorUtil::ErrorWin32(location, static_cast<unsigned long>(code));
 }
 
-// The two steps of Bind, opening and binding, report a family the system has
-// no stack for in the C-library domain: that is the answer the address
-// probes look for, and it tells "no such stack" apart from a refused address.
-inline CZoError BindError(const FXCodeLocation& location, int code) {
+// Bind's opening step reports a family the system has no stack for in the
+// C-library domain: that is the answer the address probes look for, and it
+// tells "no such stack" apart from a refused address. The binding step keeps
+// the plain system number: there the same number means an address of another
+// family than the socket's, which is the caller's mistake.
+inline CZoError OpenForBindError(const FXCodeLocation& location, int code) {
   if (code == ZONET_ERRNO_AFNOSUPPORT)
     return FXErrorUtil::ErrorErrNo(location, ZONET_ERRNO_AFNOSUPPORT, "Address family not supported");
   return SystemError(location, code);
@@ -225,11 +227,11 @@ CZoError CZoSocket::ICMPSocket(const CZoIPAddr& addr, CZoIPAddr::IP_FAMILY famil
 CZoError CZoSocket::Bind(const CZoIPAddr& addr) {
   if (!m_Socket.IsValid()) {
     const int rc = OpenStream(addr, m_Socket);
-    if (rc != 0) return BindError(FXLOC("CZoSocket::Bind"), rc);
+    if (rc != 0) return OpenForBindError(FXLOC("CZoSocket::Bind"), rc);
   }
   const ZONET_SockAddr record = addr.GetSockAddr();
   const int rc = ZONET_bind(m_Socket, &record);
-  if (rc != 0) return BindError(FXLOC("CZoSocket::Bind"), rc);
+  if (rc != 0) return SystemError(FXLOC("CZoSocket::Bind"), rc);
   return CZoError::Success();
 }
 
@@ -446,18 +448,9 @@ const CZoSocketDescriptor CZoSocket::GetSocketDescriptor() const { return m_Sock
 bool CZoSocket::IsValid() const { return m_Socket.IsValid(); }
 
 CZoIPAddr::IP_FAMILY CZoSocket::GetAddressFamily() const {
-  // The enumeration cannot hold the -1 of an unreadable handle, nor families
-  // the library does not speak; both read as ANY.
-  switch (ZONET_getsockfamily(m_Socket)) {
-    case ZONET_FAMILY_UNIX:
-      return CZoIPAddr::IP_FAMILY_UNIX;
-    case ZONET_FAMILY_IPV4:
-      return CZoIPAddr::IP_FAMILY_IPV4;
-    case ZONET_FAMILY_IPV6:
-      return CZoIPAddr::IP_FAMILY_IPV6;
-    default:
-      return CZoIPAddr::IP_FAMILY_ANY;
-  }
+  // The enumeration's type is int, so -1 and families without a name pass
+  // through as they are.
+  return static_cast<CZoIPAddr::IP_FAMILY>(ZONET_getsockfamily(m_Socket));
 }
 
 CZoString CZoSocket::GetLocalAddressString() const { return AddressText(*this, &CZoSocket::GetLocalAddress); }

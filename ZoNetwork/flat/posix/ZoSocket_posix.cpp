@@ -153,12 +153,25 @@ int SockDontWaitFlag() { return MSG_DONTWAIT; }
 
 bool SockWouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-bool SockPeerHasClosed(int fd) {
+bool SockPeerHasClosed(int fd, int* error) {
+  *error = 0;
   pollfd p{};
   p.fd = fd;
   p.events = POLLRDHUP;
   if (::poll(&p, 1, 0) <= 0) return false;
-  return (p.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+  if ((p.revents & POLLNVAL) != 0) {
+    *error = EBADF;
+    return true;
+  }
+  // A reset leaves bytes that were already received to be peeked for ever,
+  // and its error waits behind them, where a receive never reaches it; the
+  // socket's pending error is that error, taken as a receive would take it.
+  if ((p.revents & POLLERR) != 0) {
+    int pending = 0;
+    socklen_t len = sizeof(pending);
+    if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &len) == 0) *error = pending;
+  }
+  return (p.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
 int64_t NowSeconds() { return static_cast<int64_t>(::time(nullptr)); }

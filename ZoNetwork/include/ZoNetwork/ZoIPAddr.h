@@ -37,8 +37,9 @@ struct GetAllInterfacesRet_t;
 /// has been parsed; the default constructor parses it until that has worked.
 class ZONET_API CZoIPAddr {
 public:
-  /// The address families, with the platform's own numbers.
-  enum IP_FAMILY {
+  /// The address families, with the platform's own numbers. The type is int,
+  /// so that any number a socket reports (and -1 for none) is a value of it.
+  enum IP_FAMILY : int {
     /// No family: a cleared object while no preference is stored, or "any"
     /// in a request.
     IP_FAMILY_ANY = ZONET_FAMILY_ANY,

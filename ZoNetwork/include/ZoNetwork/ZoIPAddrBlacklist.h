@@ -56,12 +56,14 @@ public:
   /// Existing entries are not touched.
   void SetGraceAttempts(unsigned int attempts);
 
-  /// Reports a failure of addr, with an empty description. Always Success.
+  /// Reports a failure of addr, with an empty description. Success, or
+  /// ZONET_ERR_OUTOFMEMORY when a new entry cannot be stored.
   CZoError AddAddressToBlacklist(const CZoIPAddr& addr);
   /// Reports a failure of addr: a listed entry gets one more attempt (at most
   /// the grace attempts) and the time of now, and keeps its first
-  /// description; an unlisted address is appended with 1 attempt. Always
-  /// Success.
+  /// description; an unlisted address is appended with 1 attempt. Success,
+  /// or ZONET_ERR_OUTOFMEMORY when the new entry cannot be stored (the list
+  /// is then unchanged).
   CZoError AddAddressToBlacklist(const CZoIPAddr& addr, const CZoString& description);
   /// Whether addr is blacklisted, after the decay its entry is due: each full
   /// expiration period since the last report takes one failure off, and an
@@ -87,7 +89,9 @@ public:
   /// or path per line (resolved as it is read; lines that don't resolve are
   /// skipped). The file's last line counts twice when the file ends in a line
   /// feed. A file that can't be opened gives its errno with "Failed to open
-  /// file, FileName=%s" and leaves the list as it was.
+  /// file, FileName=%s" and leaves the list as it was. An address that cannot
+  /// be stored ends the load with ZONET_ERR_OUTOFMEMORY; what was stored
+  /// before it stays.
   CZoError LoadBlacklistFromFile(const char* fileName);
 
 private:

@@ -110,8 +110,9 @@ ZONET_API uint16_t ZONET_getport(const ZONET_SockAddr* addr);
 /** 1 when equal, else 0. The same pointer twice is equal, a null one equals
  * nothing, different families are unequal. Local paths compare as text.
  * IPv4, and every other family as IPv6, compare the address (its first
- * prefixBits bits when 0 < prefixBits < its length, else all of it; flow and
- * scope never), and the port too when comparePort is non-zero. */
+ * prefixBits bits when 0 < prefixBits < its length, nothing when prefixBits
+ * is -1 to -23, else all of it; flow and scope never), and the port too when
+ * comparePort is non-zero. */
 ZONET_API int ZONET_addrequal(const ZONET_SockAddr* a, const ZONET_SockAddr* b, int prefixBits, int comparePort);
 /** Numeric text of the address (never the port), or the local path, into
  * buffer of size bytes. ZONET_ERR_NAME_TOO_LONG when a path (or anything, into

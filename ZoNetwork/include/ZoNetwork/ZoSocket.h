@@ -47,7 +47,8 @@ public:
   /// True when handle is less than all ones.
   static bool IsValid(uint64_t handle);
 
-  /// The handle formatted with "0x%p".
+  /// The handle formatted with "0x%p": "0x" and 16 upper-case hexadecimal
+  /// digits, e.g. "0x000000000000001A".
   std::string AsString() const;
   /// handle formatted as AsString() does.
   static std::string AsString(uint64_t handle);
@@ -116,9 +117,10 @@ public:
   CZoError ICMPSocket(const CZoIPAddr& addr, CZoIPAddr::IP_FAMILY family);
   /// Binds to addr, first making a stream socket of addr's family when the
   /// handle is invalid. A failed bind leaves the new socket open in the
-  /// object. The address family's absence from the system (EAFNOSUPPORT) is
-  /// reported in the C-library domain, ZONET_ERRNO_AFNOSUPPORT, so that
-  /// FXErrorUtil::IsErrNo recognises it.
+  /// object. A socket that cannot be made for the family's absence from the
+  /// system (EAFNOSUPPORT) is reported in the C-library domain,
+  /// ZONET_ERRNO_AFNOSUPPORT, so that FXErrorUtil::IsErrNo recognises it; a
+  /// failed bind keeps the plain system number.
   CZoError Bind(const CZoIPAddr& addr);
   /// Connects to addr, first making a stream socket of addr's family when the
   /// handle is invalid.
@@ -205,8 +207,9 @@ public:
   const CZoSocketDescriptor GetSocketDescriptor() const;
   /// True when the handle is not all ones.
   bool IsValid() const;
-  /// The family of the socket as the system reports it, without a validity
-  /// check; IP_FAMILY_ANY when it cannot be read or is none of the three.
+  /// The family of the socket as the system reports it (ZONET_getsockfamily),
+  /// without a validity check: -1 when it cannot be read, and any family the
+  /// system gives, also one outside the enumeration's names.
   CZoIPAddr::IP_FAMILY GetAddressFamily() const;
   /// The text of the socket's own or peer's address; empty when it cannot be
   /// read.

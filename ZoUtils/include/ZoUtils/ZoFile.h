@@ -45,8 +45,8 @@ public:
   /// Whether the position is at (or past) the end. Failure: the system's
   /// errno, ZONET_ERR_INVALID_STATE when no file is open.
   CZoError IsEOF(bool& atEnd);
-  /// Whether a file is open.
-  bool IsValid() const { return m_fd >= 0; }
+  /// Whether a file is open; false after Close() or a failed Open().
+  bool IsValid();
   /// Closes the file; closing an object with no file open is success.
   /// Failure: the system's errno.
   CZoError Close();

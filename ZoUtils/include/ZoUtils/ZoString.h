@@ -35,17 +35,17 @@ public:
 
   /// Whether the texts are equal; null reads as empty text.
   bool operator==(const char* text) const;
-  /// One character by value; '\0' past the end.
-  char operator[](size_t index) const;
+  /// One character by value; '\0' past the end (never a failure).
+  char operator[](size_t index);
   /// The text, as c_str().
   operator const char*() const { return c_str(); }
   /// The text, NUL-terminated, never null.
   const char* c_str() const;
 
-  /// The concatenation, as a new object.
-  CZoString operator+(const CZoString& other) const;
-  /// The concatenation, as a new object; null reads as empty text.
-  CZoString operator+(const char* text) const;
+  /// A new string: this text followed by other's.
+  CZoString operator+(const CZoString& other);
+  /// A new string: this text followed by text (a null text reads as empty).
+  CZoString operator+(const char* text);
   /// Appends other's text.
   CZoString& operator+=(const CZoString& other);
   /// Appends text; null reads as empty text.
@@ -83,8 +83,8 @@ public:
   /// with the first NUL. AllocateBuffer keeps the text and returns false when
   /// memory is short.
   bool AllocateBuffer(size_t size);
-  /// The characters the buffer holds, not counting the NUL.
-  size_t GetAllocatedSize() const { return m_capacity; }
+  /// Characters the buffer holds without the NUL; 0 while nothing is allocated.
+  size_t GetAllocatedSize();
   /// The buffer to write into, room for GetAllocatedSize() characters and
   /// the NUL.
   char* GetBuffer();
@@ -110,7 +110,9 @@ namespace FXString {
 /// The most characters FormatArgList produces; a longer result is an error.
 constexpr size_t kMaxFormattedLength = 64 * 1024;
 
-/// printf into a new string (cut at kMaxFormattedLength).
+/// printf into a new string (cut at kMaxFormattedLength). Here and in
+/// FormatArgList, %p prints 16 upper-case hexadecimal digits without "0x", as
+/// on the designed platform.
 ZOUTILS_API std::string Format(const char* format, ...) ZO_PRINTF_LIKE(1, 2);
 /// The same from an argument list. An error (ZONET_ERR_NAME_TOO_LONG) means the
 /// text did not fit, and out keeps what did; a null format is
