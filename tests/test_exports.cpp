@@ -82,6 +82,8 @@ TEST(Exports, ZoNetworkShowsItsFaceOnly) {
   EXPECT_TRUE(network.Has("ZONET_recvwithtimeout"));
   EXPECT_TRUE(network.Has("ZONET_socketpair"));
   EXPECT_TRUE(network.Has("xnfdset_set"));
+  // CZoPing::ping(const char*, unsigned, unsigned, unsigned, void*, CZoPingCallback*, _ZoPingResult&, bool)
+  EXPECT_TRUE(network.Has("_ZN7CZoPing4pingEPKcjjjPvP15CZoPingCallbackR13_ZoPingResultb"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform17SocketLayerStartsEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform16SocketLayerStartEv"));
 }

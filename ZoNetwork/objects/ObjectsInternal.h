@@ -23,6 +23,12 @@ time_t BlacklistNow();
 // lastError. error 0 turns this off.
 void SetSelectorWaitFailure(int error, int lastError);
 
+// ---- ping ----
+// The Internet checksum as CZoPing computes it: 16-bit words in the
+// machine's order, a last odd byte added as it is, folded twice and
+// complemented.
+unsigned short PingChecksum(const void* data, int size);
+
 }  // namespace zonet_internal
 
 #endif  // ZONETWORK_OBJECTS_OBJECTSINTERNAL_H

@@ -46,6 +46,13 @@ int SockObjNoDelayOption();
 // The ioctl command that gives the number of bytes waiting to be read.
 unsigned long SockObjReadQueueCommand();
 
+// ---- ping ----
+
+// The option level of IP and the name of its time-to-live option, which
+// CZoPing sets on its socket.
+int PingIpLevel();
+int PingTtlOption();
+
 }  // namespace zonet_platform
 
 #endif  // ZONETWORK_OBJECTS_OBJECTSPLATFORM_H

@@ -26,5 +26,7 @@
 // socket object, selector, stack probes
 #include "ZoNetwork/ZoSocket.h"
 #include "ZoNetwork/ZoSocketSelector.h"
+// ping
+#include "ZoNetwork/ZoPing.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
