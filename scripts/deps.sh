@@ -12,6 +12,7 @@ packages=(
   libcurl4-openssl-dev                   # curl's headers; the library itself is loaded at run time
   iproute2 util-linux                    # network and mount namespaces of the resolver tests
   procps binutils                       # nm, for the test of what the libraries export
+  iputils-ping                           # the system's ping, beside zonet ping in the benchmarks
 )
 
 missing=()

@@ -37,6 +37,8 @@ int CmdBlacklist(const Args& args);
 int CmdBindable(const Args& args);
 int CmdStacks(const Args& args);
 int CmdAccept(const Args& args);
+// ping
+int CmdPing(const Args& args);
 
 }  // namespace zonet
 

@@ -30,6 +30,9 @@ const zonet::Command* Commands(size_t& count) {
       {"stacks", "", "whether the IPv4, IPv6 and local (Unix) socket stacks are present", zonet::CmdStacks},
       {"accept", "PORT --timeout S", "listen on 127.0.0.1:PORT (0: any) and accept one client within S seconds",
        zonet::CmdAccept},
+      // ping
+      {"ping", "HOST [-c COUNT] [-s SIZE] [-W SECONDS]",
+       "ICMP echo to HOST (raw socket: root or CAP_NET_RAW); a line per attempt and a summary", zonet::CmdPing},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;
