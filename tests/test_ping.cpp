@@ -859,3 +859,25 @@ TEST(Ping, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
   EXPECT_NEAR(static_cast<double>(-nowMs), static_cast<double>(asSigned), 10000.0);
   EXPECT_EQ(recorder.seen[0].response.time, result.totalTime);
 }
+
+TEST(Ping, ALocalSocketPathAsHostFailsAtTheFirstSend) {
+  REQUIRE_PING_PEERS();
+  zotest::FdLeakCheck leaks;
+  LoopNet net;
+  ASSERT_TRUE(net.Build());
+  // A text with a slash is a local address to the address object, which an
+  // ICMP socket cannot send to.
+  _ZoPingResult result;
+  CZoError error = CZoError::Success();
+  net.ns.Run([&] {
+    CZoPing ping;
+    error = ping.ping("/tmp/zo-ping.sock", kData, 2, 1, nullptr, nullptr, result, false);
+  });
+  ASSERT_TRUE(error.IsError());
+  const size_t n = error.GetItemCount();
+  ASSERT_GE(n, 3u) << error.AsString();
+  EXPECT_EQ("CZoPing::sendPingRequest: Sending ping request failed", Entry(error, n - 2)) << error.AsString();
+  EXPECT_EQ("CZoPing::ping: Sending ping request failed", Entry(error, n - 1)) << error.AsString();
+  EXPECT_EQ("/tmp/zo-ping.sock", result.server);
+  EXPECT_EQ(0u, result.sent);
+}
