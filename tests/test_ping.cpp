@@ -280,15 +280,30 @@ std::string Entry(const CZoError& error, size_t index) {
 
 bool StartsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
 
+// The ping's socket is looked at and used from the test's own thread while
+// the ping runs on another, with nothing ordering the two but time. These go
+// to the kernel directly, past the thread sanitizer's descriptor tracking,
+// which would call that a race with the socket's creation.
+int PeekSockOpt(int fd, int level, int name, void* value, socklen_t* length) {
+  return static_cast<int>(syscall(SYS_getsockopt, fd, level, name, value, length));
+}
+int PokeSockOpt(int fd, int level, int name, const void* value, socklen_t length) {
+  return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, length));
+}
+long PokeSendTo(int fd, const void* data, size_t length, int flags, const sockaddr_in& to) {
+  return syscall(SYS_sendto, fd, data, length, flags, &to, sizeof to);
+}
+int PeekFlags(int fd) { return static_cast<int>(syscall(SYS_fcntl, fd, F_GETFL)); }
+
 // The descriptors of raw ICMP sockets open in this process.
 std::set<int> RawIcmpSockets() {
   std::set<int> found;
   for (int fd : zotest::OpenDescriptors()) {
     int type = 0, protocol = 0;
     socklen_t length = sizeof type;
-    if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) != 0 || type != SOCK_RAW) continue;
+    if (PeekSockOpt(fd, SOL_SOCKET, SO_TYPE, &type, &length) != 0 || type != SOCK_RAW) continue;
     length = sizeof protocol;
-    if (getsockopt(fd, SOL_SOCKET, SO_PROTOCOL, &protocol, &length) != 0 || protocol != IPPROTO_ICMP) continue;
+    if (PeekSockOpt(fd, SOL_SOCKET, SO_PROTOCOL, &protocol, &length) != 0 || protocol != IPPROTO_ICMP) continue;
     found.insert(fd);
   }
   return found;
@@ -793,7 +808,7 @@ TEST(Ping, WithoutATimeOutTheSocketBlocksForALateReply) {
     });
   });
   const int fd = WaitForNewRawSocket(before);
-  int flags = fd >= 0 ? fcntl(fd, F_GETFL) : -1;
+  int flags = fd >= 0 ? PeekFlags(fd) : -1;
   pinging.join();
   peer.Stop();
   ASSERT_GE(fd, 0) << "the ping's socket was not seen";
@@ -828,17 +843,15 @@ TEST(Ping, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
   int flags = -1;
   if (fd >= 0) {
     int small = 1;
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    PokeSockOpt(fd, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     sockaddr_in nobody = {};
     nobody.sin_family = AF_INET;
     inet_pton(AF_INET, kNobodyAddress, &nobody.sin_addr);
     std::vector<uint8_t> echo(8 + kData, 0);
     echo[0] = 8;
     StoreChecksum(echo, echo.size());
-    while (queued < 1000 && sendto(fd, echo.data(), echo.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&nobody),
-                                   sizeof nobody) > 0)
-      ++queued;
-    flags = fcntl(fd, F_GETFL);
+    while (queued < 1000 && PokeSendTo(fd, echo.data(), echo.size(), MSG_DONTWAIT, nobody) > 0) ++queued;
+    flags = PeekFlags(fd);
   }
   pinging.join();
   ASSERT_GE(fd, 0) << "the ping's socket was not seen";
