@@ -58,3 +58,10 @@ accept_port=${accept_line##*:}
 bash -c "exec 3<>/dev/tcp/127.0.0.1/$accept_port" || printf '(the client could not connect)\n'
 cat <&"$accept_out"
 wait "$accept_pid" || printf '(exit status %d)\n' "$?"
+
+# Ping: a raw socket, so only where that is permitted.
+if [ "$(id -u)" -eq 0 ]; then
+  run ping 127.0.0.1 -c 3
+else
+  printf '\n$ zonet ping 127.0.0.1 -c 3\n(skipped: a raw ICMP socket needs root or CAP_NET_RAW)\n'
+fi

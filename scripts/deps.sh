@@ -13,6 +13,7 @@ packages=(
   iproute2 util-linux                    # network and mount namespaces of the resolver tests
   procps binutils                       # nm, for the test of what the libraries export
   doxygen                                # the API reference (`docs` target), warnings as errors
+  iputils-ping                           # the system's ping, beside zonet ping in the benchmarks
 )
 
 missing=()

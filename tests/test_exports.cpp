@@ -102,6 +102,8 @@ TEST(Exports, ZoNetworkShowsItsFaceOnly) {
   EXPECT_FALSE(network.Has("_ZN14zonet_internal15QosLoaderBuildsEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_internal15QosLoaderResultEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform12QosLastErrorEv"));
+  // CZoPing::ping(const char*, unsigned, unsigned, unsigned, void*, CZoPingCallback*, _ZoPingResult&, bool)
+  EXPECT_TRUE(network.Has("_ZN7CZoPing4pingEPKcjjjPvP15CZoPingCallbackR13_ZoPingResultb"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform17SocketLayerStartsEv"));
   EXPECT_FALSE(network.Has("_ZN14zonet_platform16SocketLayerStartEv"));
 }

@@ -56,8 +56,9 @@ int FindIpv6Reply(const unsigned char* packet, int length) {
 }
 
 // Sends the echo request through the ICMP calls of family and reads until its
-// reply: the socket sees every ICMP packet of the host, our own request
-// included. The reply's sender must be the loopback address.
+// reply: the socket sees every ICMP packet of the host (an IPv6 one our own
+// request too; an IPv4 one no echo request). The reply's sender must be the
+// loopback address.
 void EchoRoundTrip(int family, int protocol, const ZONET_SockAddr& loopback, const unsigned char* request,
                    int requestLength, ReplyFinder find) {
   zotest::FdLeakCheck leaks;
@@ -94,6 +95,19 @@ void EchoRoundTrip(int family, int protocol, const ZONET_SockAddr& loopback, con
     EXPECT_STREQ(expected, text);
   }
   EXPECT_TRUE(answered);
+  ZONET_close(s);
+}
+
+TEST(Icmp, Ipv4SocketsAreMadeDeafToEchoRequestsOnly) {
+  if (!zotest::CanOpenRawSockets()) GTEST_SKIP() << "raw sockets need root or CAP_NET_RAW";
+  zotest::FdLeakCheck leaks;
+  ZONET_SOCKET s;
+  ASSERT_EQ(0, ZONET_icmpsocket(ZONET_FAMILY_IPV4, &s));
+  // ICMP_FILTER of <linux/icmp.h> (SOL_RAW, option 1): a bit per blocked type.
+  uint32_t blocked = 0;
+  int length = sizeof(blocked);
+  ASSERT_EQ(0, ZONET_getsockopt(s, SOL_RAW, 1, &blocked, &length));
+  EXPECT_EQ(1u << ICMP_ECHO, blocked);
   ZONET_close(s);
 }
 

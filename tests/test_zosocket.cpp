@@ -1028,8 +1028,8 @@ TEST(ZoSocket, EchoToLoopbackOverAnICMPSocket) {
   ASSERT_FALSE(s.SendtoICMPSocket(request, sizeof request, 2, &timedOut, 0, &count).IsError());
   EXPECT_EQ(count, static_cast<int>(sizeof request));
 
-  // The socket sees every ICMP packet of the host: our own request comes by
-  // on loopback too. Wait for the reply to this identifier.
+  // The socket sees every ICMP packet of the host but echo requests (other
+  // tests' replies among them). Wait for the reply to this identifier.
   bool replied = false;
   for (int i = 0; i < 20 && !replied; ++i) {
     uint8_t packet[256] = {};

@@ -35,7 +35,8 @@ int SocketLayerStarts();
 // and protocol numbers for them.
 enum SockKind { kSockStream, kSockDatagram, kSockIcmp };
 
-// A new socket of family and kind, closed on exec; *fd is -1 on failure.
+// A new socket of family and kind, closed on exec; *fd is -1 on failure. An
+// IPv4 ICMP socket is made deaf to incoming echo requests.
 int SockOpen(int family, SockKind kind, int* fd);
 int SockBind(int fd, const void* addr, int length);
 int SockListen(int fd, int backlog);

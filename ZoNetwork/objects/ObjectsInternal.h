@@ -50,6 +50,11 @@ void SetIfQueryFault(IfQueryFault fault, int code = 0);
 int QosLoaderBuilds();
 // The loader's kept load result; builds the loader if no wrapper has yet.
 CZoError QosLoaderResult();
+// ---- ping ----
+// The Internet checksum as CZoPing computes it: 16-bit words in the
+// machine's order, a last odd byte added as it is, folded twice and
+// complemented.
+unsigned short PingChecksum(const void* data, int size);
 
 }  // namespace zonet_internal
 

@@ -93,6 +93,12 @@ void IfSnapshotRelease(IfSnapshot* snapshot);
 // ---- the QoS binding ----
 // The error number a module function left when it answered failure.
 int QosLastError();
+// ---- ping ----
+
+// The option level of IP and the name of its time-to-live option, which
+// CZoPing sets on its socket.
+int PingIpLevel();
+int PingTtlOption();
 
 }  // namespace zonet_platform
 

@@ -50,6 +50,8 @@ int CmdStacks(const Args& args);
 int CmdAccept(const Args& args);
 // interface discovery
 int CmdIfaces(const Args& args);
+// ping
+int CmdPing(const Args& args);
 
 }  // namespace zonet
 

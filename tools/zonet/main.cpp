@@ -35,6 +35,9 @@ const zonet::Command* Commands(size_t& count) {
       {"ifaces", "[--pairs] [--macs] [--names]",
        "the adapters' addresses (--pairs: with companions), hardware addresses, sorted digest with names",
        zonet::CmdIfaces},
+      // ping
+      {"ping", "HOST [-c COUNT] [-s SIZE] [-W SECONDS]",
+       "ICMP echo to HOST (raw socket: root or CAP_NET_RAW); a line per attempt and a summary", zonet::CmdPing},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -3,6 +3,7 @@
 #include "flat/FlatPlatform.h"
 
 #include <errno.h>
+#include <linux/icmp.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -40,7 +41,21 @@ int SockOpen(int family, SockKind kind, int* fd) {
       break;
   }
   *fd = ::socket(family, type | SOCK_CLOEXEC, protocol);
-  return *fd < 0 ? LastError() : 0;
+  if (*fd < 0) return LastError();
+  if (kind == kSockIcmp && family == AF_INET) {
+    // A raw IPv4 ICMP socket gets every ICMP packet the host takes in, echo
+    // requests too, so a ping of a local address would read its own request
+    // before the reply. Requests are never what such a socket waits for.
+    struct icmp_filter filter;
+    filter.data = 1u << ICMP_ECHO;
+    if (::setsockopt(*fd, SOL_RAW, ICMP_FILTER, &filter, sizeof filter) < 0) {
+      const int error = LastError();
+      ::close(*fd);
+      *fd = -1;
+      return error;
+    }
+  }
+  return 0;
 }
 
 int SockBind(int fd, const void* addr, int length) {

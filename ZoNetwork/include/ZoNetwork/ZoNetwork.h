@@ -29,5 +29,7 @@
 #include "ZoNetwork/ZoSocketSelector.h"
 // QoS flows
 #include "ZoNetwork/QosWaveApi.h"
+// ping
+#include "ZoNetwork/ZoPing.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
