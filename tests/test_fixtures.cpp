@@ -269,4 +269,95 @@ TEST(Fixtures, ThrowawayCaSignsForLocalhost) {
   EXPECT_NE(verify.status, 0);
 }
 
+TEST(Fixtures, FtpListsAFileAnonymouslyAndForTheLogin) {
+  ZOTEST_REQUIRE_TOOL("vsftpd");
+  ZOTEST_REQUIRE_TOOL("curl");
+  zotest::FdLeakCheck leaks;
+  zotest::FtpServer ftp({});
+  if (!zotest::PrivateMountsUnavailableReason().empty()) GTEST_SKIP() << zotest::PrivateMountsUnavailableReason();
+  ASSERT_TRUE(ftp.Ok()) << ftp.Reason();
+  ftp.AddFile("pub/hello.txt", "hello over ftp\n");
+  ProgramResult got = Curl({"--list-only", ftp.Url("pub/")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(got.out, "hello.txt\n");
+  got = Curl({"--user", "tester:secret", ftp.Url("pub/hello.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(got.out, "hello over ftp\n");
+  // A wrong password: curl's code 67 (login denied).
+  EXPECT_EQ(Curl({"--user", "tester:wrong", ftp.Url("pub/")}).status, 67);
+  // The login may write anywhere in its tree, folders included.
+  zotest::TempDir local;
+  got = Curl({"--user", "tester:secret", "--ftp-create-dirs", "--upload-file", local.Write("up.txt", "stored"),
+              ftp.Url("new/dir/up.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(zotest::ReadFile(ftp.Root() + "/new/dir/up.txt"), "stored");
+  EXPECT_NE(ftp.Log().find("OK UPLOAD"), std::string::npos) << ftp.Log();
+  // Anonymous writes in upload/ only.
+  EXPECT_EQ(Curl({"--upload-file", local.Write("anon.txt", "a"), ftp.Url("upload/anon.txt")}).status, 0);
+  EXPECT_EQ(zotest::ReadFile(ftp.Root() + "/upload/anon.txt"), "a");
+  EXPECT_EQ(Curl({"--upload-file", local.Write("anon.txt", "a"), ftp.Url("anon.txt")}).status, 25);
+}
+
+TEST(Fixtures, FtpsNeedsTlsForTheLoginAndVerifiesWithTheCa) {
+  ZOTEST_REQUIRE_TOOL("vsftpd");
+  ZOTEST_REQUIRE_TOOL("curl");
+  zotest::FtpServer::Options options;
+  options.tls = true;
+  zotest::FtpServer ftp(options);
+  if (!zotest::PrivateMountsUnavailableReason().empty()) GTEST_SKIP() << zotest::PrivateMountsUnavailableReason();
+  ASSERT_TRUE(ftp.Ok()) << ftp.Reason();
+  ftp.AddFile("secret.txt", "ftps\n");
+  ProgramResult got = Curl({"--ssl-reqd", "--cacert", ftp.CaFile(), "--user", "tester:secret", ftp.Url("secret.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(got.out, "ftps\n");
+  // Without TLS the login is refused.
+  EXPECT_EQ(Curl({"--user", "tester:secret", ftp.Url("secret.txt")}).status, 67);
+}
+
+TEST(Fixtures, FtpsImplicit) {
+  ZOTEST_REQUIRE_TOOL("vsftpd");
+  ZOTEST_REQUIRE_TOOL("curl");
+  zotest::FtpServer::Options options;
+  options.implicitTls = true;
+  zotest::FtpServer ftp(options);
+  if (!zotest::PrivateMountsUnavailableReason().empty()) GTEST_SKIP() << zotest::PrivateMountsUnavailableReason();
+  ASSERT_TRUE(ftp.Ok()) << ftp.Reason();
+  EXPECT_EQ(ftp.Url("x").substr(0, 7), "ftps://");
+  ftp.AddFile("i.txt", "implicit\n");
+  ProgramResult got = Curl({"--cacert", ftp.CaFile(), "--user", "tester:secret", ftp.Url("i.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(got.out, "implicit\n");
+}
+
+TEST(Fixtures, SshdAcceptsTheKeyAndThePassword) {
+  ZOTEST_REQUIRE_TOOL("sshd");
+  ZOTEST_REQUIRE_TOOL("curl");
+  zotest::FdLeakCheck leaks;
+  zotest::SshServer sshd({});
+  if (!zotest::PrivateMountsUnavailableReason().empty()) GTEST_SKIP() << zotest::PrivateMountsUnavailableReason();
+  ASSERT_TRUE(sshd.Ok()) << sshd.Reason();
+  sshd.AddFile("hello.txt", "hello over sftp\n");
+  // The key, with the host checked by its fingerprint.
+  ProgramResult got = Curl({"--user", "tester:", "--key", sshd.ClientKeyFile(), "--pubkey", sshd.ClientPublicKeyFile(),
+                            "--hostpubsha256", sshd.HostKeySha256(), sshd.Url("hello.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << sshd.Log();
+  EXPECT_EQ(got.out, "hello over sftp\n");
+  // The password.
+  got = Curl({"--user", "tester:secret", "--hostpubmd5", sshd.HostKeyMd5(), sshd.Url("hello.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << sshd.Log();
+  EXPECT_EQ(got.out, "hello over sftp\n");
+  // A key it does not know, and a wrong password: curl's code 67 (login denied).
+  EXPECT_EQ(Curl({"--user", "tester:", "--key", sshd.StrangerKeyFile(), "--insecure", sshd.Url("hello.txt")}).status,
+            67);
+  EXPECT_EQ(Curl({"--user", "tester:wrong", "--insecure", sshd.Url("hello.txt")}).status, 67);
+  // The OpenSSH client with the Ed25519 key and the known_hosts file.
+  ProgramResult sftp = RunProgram({"sftp", "-q", "-b", "-", "-i", sshd.ClientEd25519KeyFile(), "-o", "BatchMode=yes",
+                                   "-o", "UserKnownHostsFile=" + sshd.KnownHostsFile(), "-o", "GlobalKnownHostsFile=/dev/null",
+                                   "-o", "StrictHostKeyChecking=yes", "-F", "/dev/null", "-P",
+                                   std::to_string(sshd.Port()), "tester@localhost:" + sshd.Root() + "/hello.txt",
+                                   sshd.Root() + "/copy.txt"});
+  EXPECT_EQ(sftp.status, 0) << sftp.err << sshd.Log();
+  EXPECT_EQ(zotest::ReadFile(sshd.Root() + "/copy.txt"), "hello over sftp\n");
+}
+
 }  // namespace
