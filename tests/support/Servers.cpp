@@ -265,6 +265,12 @@ std::string ServerUnavailableReason(const std::string& tool) {
   if (path.empty()) {
     return tool + " is not installed (Debian package " + PackageOf(tool) + "; scripts/deps.sh installs it)";
   }
+  // These two run only in a private mount namespace (their logins and PAM
+  // service exist only there).
+  if (tool == "vsftpd" || tool == "sshd") {
+    std::string why = PrivateMountsUnavailableReason();
+    if (!why.empty()) return tool + " " + why;
+  }
   return "";
 }
 
@@ -350,6 +356,38 @@ ProgramResult RunProgram(const std::vector<std::string>& argvIn, int timeoutMs) 
   return result;
 }
 
+std::string PatternBytes(uint64_t offset, size_t length) {
+  std::string bytes(length, '\0');
+  for (size_t i = 0; i < length; ++i) {
+    uint64_t at = offset + i;
+    // The low byte of a multiplicative hash of the block number, plus the
+    // position: different everywhere a test is likely to look.
+    uint64_t block = at >> 8;
+    bytes[i] = static_cast<char>(((block * 0x9E3779B97F4A7C15ULL) >> 56) + at);
+  }
+  return bytes;
+}
+
+bool WritePatternFile(const std::string& path, uint64_t bytes) {
+  MakeParents(path);
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  constexpr size_t kBlock = 1 << 20;
+  bool ok = true;
+  for (uint64_t done = 0; ok && done < bytes;) {
+    std::string block = PatternBytes(done, static_cast<size_t>(std::min<uint64_t>(kBlock, bytes - done)));
+    size_t written = 0;
+    while (ok && written < block.size()) {
+      ssize_t n = write(fd, block.data() + written, block.size() - written);
+      if (n < 0 && errno == EINTR) continue;
+      ok = n > 0;
+      if (ok) written += static_cast<size_t>(n);
+    }
+    done += block.size();
+  }
+  return close(fd) == 0 && ok;
+}
+
 int PickFreePort() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return 0;
@@ -417,6 +455,8 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string
   if (readyFd != nullptr) *readyFd = ready[0];
   {
     std::lock_guard<std::mutex> lock(m_mutex);
+    m_name.clear();
+    for (const std::string& arg : argv) m_name += (m_name.empty() ? "" : " ") + arg;
     m_pid = child.pid;
     m_reaped = false;
     m_stopping = false;
@@ -430,7 +470,7 @@ void ChildProcess::Watch(int lifetimeSeconds) {
   if (m_wake.wait_for(lock, std::chrono::seconds(lifetimeSeconds), [this] { return m_stopping; })) return;
   if (m_reaped) return;
   // Past its lifetime: the test hangs or forgot it. Kill it; Stop() reaps.
-  fprintf(stderr, "zotest: killing %s (pid %d) after its lifetime of %d s\n", "a test server", m_pid,
+  fprintf(stderr, "zotest: killing %s (pid %d) after its lifetime of %d s\n", m_name.c_str(), m_pid,
           lifetimeSeconds);
   for (pid_t below : Descendants(m_pid)) kill(below, SIGKILL);
   kill(-m_pid, SIGKILL);
@@ -756,6 +796,12 @@ std::string NginxServer::Url(const std::string& path) const {
 std::string NginxServer::AddFile(const std::string& relativePath, const std::string& contents) const {
   std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
   return m_dir.Write("www/" + rest, contents);
+}
+
+std::string NginxServer::AddPatternFile(const std::string& relativePath, uint64_t bytes) const {
+  std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
+  std::string path = m_root + "/" + rest;
+  return WritePatternFile(path, bytes) ? path : "";
 }
 
 std::string NginxServer::CaFile() const { return m_ca ? m_ca->CaFile() : ""; }

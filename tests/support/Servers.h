@@ -32,6 +32,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -47,7 +48,9 @@ constexpr int kServerStartSeconds = 15;
 
 // "" when the tool can run here, else why not; a missing program names the
 // Debian package that brings it. Tools: "nginx", "tinyproxy", "vsftpd",
-// "sshd", "python3", "openssl", "curl", "ssh".
+// "sshd", "python3", "openssl", "curl", "ssh", "sftp", "ssh-keygen". For
+// "vsftpd" and "sshd" it also tells whether their fixtures can run here
+// (root and a mount namespace, see PrivateMountsUnavailableReason).
 std::string ServerUnavailableReason(const std::string& tool);
 
 // The full path of a program (searched in PATH, then /usr/sbin, /sbin,
@@ -66,6 +69,14 @@ ProgramResult RunProgram(const std::vector<std::string>& argv, int timeoutMs = 1
 
 // The contents of a file; "" when it cannot be read.
 std::string ReadFile(const std::string& path);
+
+// Bytes of a fixed, position-dependent pattern (not a short repetition), for
+// large files whose contents a test can check anywhere without keeping them:
+// PatternBytes(offset, n) is bytes offset..offset+n-1 of every such file.
+std::string PatternBytes(uint64_t offset, size_t length);
+// Writes bytes of the pattern to path, in blocks (never the whole file in
+// memory); whether it could.
+bool WritePatternFile(const std::string& path, uint64_t bytes);
 
 // A port on 127.0.0.1 that was free a moment ago (bound with port 0, then
 // released); 0 when none could be had. A server started on it may still lose
@@ -108,7 +119,7 @@ private:
 
   pid_t m_pid = -1;
   bool m_reaped = true;
-  std::string m_error, m_ended;
+  std::string m_error, m_ended, m_name;
   std::mutex m_mutex;
   std::condition_variable m_wake;
   bool m_stopping = false;
@@ -201,6 +212,9 @@ public:
   const std::string& Root() const { return m_root; }
   // Writes a file below Root() (folders made on the way); its full path.
   std::string AddFile(const std::string& relativePath, const std::string& contents) const;
+  // Writes a file of bytes bytes of the pattern (PatternBytes) below Root(),
+  // for large downloads; its full path, "" on failure.
+  std::string AddPatternFile(const std::string& relativePath, uint64_t bytes) const;
   // The throwaway CA that signed its certificate (tls only; "" otherwise).
   std::string CaFile() const;
   // The contents of its access log so far (nginx's "combined" format).
