@@ -353,6 +353,10 @@ TEST(Fixtures, FtpListsAFileAnonymouslyAndForTheLogin) {
   got = Curl({"--user", "tester:secret", ftp.Url("pub/hello.txt")});
   EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
   EXPECT_EQ(got.out, "hello over ftp\n");
+  // Active mode too: the server connects back to the client.
+  got = Curl({"--user", "tester:secret", "--ftp-port", "127.0.0.1", ftp.Url("pub/hello.txt")});
+  EXPECT_EQ(got.status, 0) << got.err << ftp.Log();
+  EXPECT_EQ(got.out, "hello over ftp\n");
   // A wrong password: curl's code 67 (login denied).
   EXPECT_EQ(Curl({"--user", "tester:wrong", ftp.Url("pub/")}).status, 67);
   // The login may write anywhere in its tree, folders included.
@@ -409,8 +413,9 @@ TEST(Fixtures, SshdAcceptsTheKeyAndThePassword) {
                             "--hostpubsha256", sshd.HostKeySha256(), sshd.Url("hello.txt")});
   EXPECT_EQ(got.status, 0) << got.err << sshd.Log();
   EXPECT_EQ(got.out, "hello over sftp\n");
-  // The password.
-  got = Curl({"--user", "tester:secret", "--hostpubmd5", sshd.HostKeyMd5(), sshd.Url("hello.txt")});
+  // The password; the home folder is Root().
+  got = Curl({"--user", "tester:secret", "--hostpubmd5", sshd.HostKeyMd5(),
+              "sftp://localhost:" + std::to_string(sshd.Port()) + "/~/hello.txt"});
   EXPECT_EQ(got.status, 0) << got.err << sshd.Log();
   EXPECT_EQ(got.out, "hello over sftp\n");
   // A key it does not know, and a wrong password: curl's code 67 (login denied).

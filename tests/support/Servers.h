@@ -405,7 +405,8 @@ public:
   int Port() const { return m_port; }
   const std::string& User() const { return m_options.user; }
   const std::string& Password() const { return m_options.password; }
-  // "sftp://localhost:PORT" + Root() + "/" + path.
+  // "sftp://localhost:PORT" + Root() + "/" + path. Root() is also the
+  // login's home, so "sftp://localhost:PORT/~/path" names the same file.
   std::string Url(const std::string& path) const;
   // The folder the tests use; the session starts there.
   const std::string& Root() const { return m_root; }
