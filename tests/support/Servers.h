@@ -294,6 +294,8 @@ private:
 // CONNECT tunnels to any port are allowed, from 127.0.0.1 only.
 class ForwardProxy {
 public:
+  // Basic auth with user and password; an empty user: no authentication.
+  // Neither may hold blanks or quotes (tinyproxy's configuration cannot).
   ForwardProxy(const std::string& user, const std::string& password);
   ~ForwardProxy();
   ForwardProxy(const ForwardProxy&) = delete;
