@@ -329,6 +329,21 @@ TEST(Fixtures, ProxyForwardsWithAuthAndRefusesWithout) {
   EXPECT_EQ(proxy.ForwardedUrls(), expected) << proxy.Log();
 }
 
+TEST(Fixtures, ProxyWithoutAUserTakesAnyone) {
+  ZOTEST_REQUIRE_TOOL("tinyproxy");
+  ZOTEST_REQUIRE_TOOL("python3");
+  ZOTEST_REQUIRE_TOOL("curl");
+  zotest::ScriptedHttpPeer peer({{zotest::ScriptedHttpPeer::Response(200, "OK", {}, "direct")}});
+  ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::ForwardProxy proxy("", "");
+  ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
+  EXPECT_EQ(Curl({"--proxy", proxy.Url(), peer.Url("open")}).out, "direct");
+  EXPECT_EQ(proxy.ForwardedUrls(), std::vector<std::string>{peer.Url("open")}) << proxy.Log();
+  // The peer sees the proxy's request, in origin form.
+  ASSERT_TRUE(peer.WaitForRequests(1));
+  EXPECT_EQ(peer.Requests()[0].substr(0, 20), "GET /open HTTP/1.1\r\n");
+}
+
 TEST(Fixtures, ThrowawayCaSignsForLocalhost) {
   ZOTEST_REQUIRE_TOOL("openssl");
   zotest::ThrowawayCA ca;
