@@ -58,8 +58,9 @@ bool ResolverUsesFallbacks();
 // look-up gave. Only then may a numeric text skip the resolver's list, since
 // the answer must be the one that resolver would give.
 bool ResolverIsThePlatforms();
-// The same without a call once the platform's three are bound: a numeric
-// parse that takes the short way costs about as much as one call.
+// The same without a call once the platform's three are bound: the short
+// way of a numeric parse is only a few calls long, and this would be one
+// more.
 extern std::atomic<int> g_platformRows;
 inline bool ResolverIsThePlatformsQuick() {
   return g_platformRows.load(std::memory_order_relaxed) != 0 || ResolverIsThePlatforms();
