@@ -54,11 +54,17 @@ const std::set<CZoSocket> Selected(const std::set<CZoSocket>& sockets, const ZoF
   const MaskWord lastMask = tail == 0 ? ~MaskWord(0) : (MaskWord(1) << tail) - 1;
   auto wordAt = [&](uint64_t i) { return i + 1 == wordCount ? words[i] & lastMask : words[i]; };
 
+  // Counted only as far as the choice needs (and bit by bit: without the
+  // processor's own instruction, which the build does not assume, a
+  // population count is a library call per word).
+  const size_t lookUps = sockets.size() / kLookUpRatio;
   size_t ready = 0;
-  for (uint64_t i = 0; i < wordCount; ++i) ready += static_cast<size_t>(__builtin_popcountl(wordAt(i)));
+  for (uint64_t i = 0; i < wordCount && ready <= lookUps; ++i) {
+    for (MaskWord word = wordAt(i); word != 0 && ready <= lookUps; word &= word - 1) ++ready;
+  }
   if (ready == 0) return selected;
 
-  if (ready * kLookUpRatio <= sockets.size()) {
+  if (ready <= lookUps) {
     // Bits in rising order are handles in the set's own order, so each copy
     // goes in at the end.
     CZoSocket key;
