@@ -636,3 +636,151 @@ TEST_F(NetAddr, RoundTripsThroughText) {
     EXPECT_EQ(Text(addr), text);
   }
 }
+
+// ---- the short way for the common forms ----
+
+namespace {
+
+// One text through both ways of the parser, each into a record filled with
+// the same byte, with errno set to something neither way leaves behind.
+struct BothWays {
+  ZONET_SockAddr full;
+  ZONET_SockAddr shortWay;
+  int fullCode = 0;
+  int shortCode = 0x7FFFFFFF;
+  int fullErrno = 0;
+  int shortErrno = 0;
+  bool taken = false;
+
+  BothWays(const char* text, uint8_t fill = 0xA5) : full(Filled(fill)), shortWay(Filled(fill)) {
+    errno = EIO;
+    fullCode = zonet_internal::Str2ipFullPath(text, &full);
+    fullErrno = errno;
+    errno = EIO;
+    taken = zonet_internal::Str2ipCommonForm(text, &shortWay, &shortCode);
+    shortErrno = errno;
+  }
+};
+
+bool SameRecord(const ZONET_SockAddr& a, const ZONET_SockAddr& b) { return memcmp(&a, &b, sizeof a) == 0; }
+
+// ZONET_str2ip of text gives the same code, bytes and errno as the
+// resolver's way.
+::testing::AssertionResult PublicCallAgreesWithTheResolversWay(const char* text) {
+  BothWays both(text);
+  ZONET_SockAddr pub = Filled(0xA5);
+  errno = EIO;
+  int code = ZONET_str2ip(text, &pub);
+  if (code != both.fullCode)
+    return ::testing::AssertionFailure() << "code " << code << ", the resolver's way " << both.fullCode;
+  if (errno != both.fullErrno)
+    return ::testing::AssertionFailure() << "errno " << errno << ", the resolver's way " << both.fullErrno;
+  if (!SameRecord(pub, both.full)) return ::testing::AssertionFailure() << "the records differ";
+  return ::testing::AssertionSuccess();
+}
+
+}  // namespace
+
+TEST_F(NetAddr, CommonFormsTakeTheShortWayAndGiveTheResolversRecordByteForByte) {
+  ASSERT_TRUE(zonet_internal::ResolverIsThePlatforms());
+  for (const char* text : {"192.0.2.33", "0.0.0.0", "255.255.255.255", "10.0.0.1", "1.22.133.0", "::", "::1",
+                           "2001:db8::5", "FE80::A", "2001:db8:85a3::8a2e:370:7334", "1:2:3:4:5:6:7:8"}) {
+    for (uint8_t fill : {0x00, 0xA5, 0xFF}) {
+      BothWays both(text, fill);
+      ASSERT_TRUE(both.taken) << text;
+      EXPECT_EQ(both.shortCode, 0) << text;
+      EXPECT_EQ(both.shortCode, both.fullCode) << text;
+      EXPECT_EQ(both.shortErrno, both.fullErrno) << text;
+      EXPECT_TRUE(SameRecord(both.shortWay, both.full)) << text << " filled with " << int(fill);
+    }
+    EXPECT_TRUE(PublicCallAgreesWithTheResolversWay(text)) << text;
+  }
+}
+
+TEST_F(NetAddr, EveryOtherFormIsLeftToTheResolverWithTheRecordUntouched) {
+  for (const char* text : {"1.2.3", "0x7f.1", "127.1", "010.1.2.3", "1.2.3.04", "1.2.3.4.", ".1.2.3.4", "1..2.3",
+                           "256.1.1.1", "1.2.3.4.5", "1234", " 1.2.3.4", "1.2.3.4 ", "\t::1", "", "::ffff:1.2.3.4",
+                           "::1.2.3.4", "fe80::1%lo", "fe80::1%1", "1:2:3:4:5:6:7:8:9", ":::", "localhost",
+                           "/tmp/x.sock", "1.2.3.4/24", "C:\\x", "[::1]"}) {
+    BothWays both(text);
+    EXPECT_FALSE(both.taken) << text;
+    EXPECT_TRUE(SameRecord(both.shortWay, Filled(0xA5))) << text;
+    EXPECT_TRUE(PublicCallAgreesWithTheResolversWay(text)) << text;
+  }
+}
+
+TEST_F(NetAddr, TheClassicIpv4FormsKeepTheResolversReading) {
+  ZONET_SockAddr addr = Filled(0);
+  ASSERT_EQ(ZONET_str2ip("127.1", &addr), 0);
+  EXPECT_EQ(Text(addr), "127.0.0.1");
+  ASSERT_EQ(ZONET_str2ip("0x7f.1", &addr), 0);
+  EXPECT_EQ(Text(addr), "127.0.0.1");
+  ASSERT_EQ(ZONET_str2ip("1.2.3", &addr), 0);
+  EXPECT_EQ(Text(addr), "1.2.0.3");
+  // A leading zero is octal to the resolver, not a decimal 10.
+  ASSERT_EQ(ZONET_str2ip("010.1.2.3", &addr), 0);
+  EXPECT_EQ(Text(addr), "8.1.2.3");
+  // Spaces, a part too large and a trailing dot are no address.
+  EXPECT_EQ(ZONET_str2ip(" 1.2.3.4", &addr), EAI_NONAME);
+  EXPECT_EQ(ZONET_str2ip("1.2.3.4 ", &addr), EAI_NONAME);
+  EXPECT_EQ(ZONET_str2ip("256.1.1.1", &addr), EAI_NONAME);
+  EXPECT_EQ(ZONET_str2ip("1.2.3.4.", &addr), EAI_NONAME);
+}
+
+TEST_F(NetAddr, ScopedAndMappedIpv6KeepTheResolversReading) {
+  ZONET_SockAddr addr = Filled(0xAA);
+  ASSERT_EQ(ZONET_str2ip("::ffff:192.0.2.1", &addr), 0);
+  EXPECT_EQ(addr.family, ZONET_FAMILY_IPV6);
+  struct in6_addr mapped;
+  ASSERT_EQ(inet_pton(AF_INET6, "::ffff:192.0.2.1", &mapped), 1);
+  EXPECT_EQ(memcmp(addr.ipv6.addr, &mapped, 16), 0);
+  EXPECT_EQ(addr.ipv6.scope_id, 0u);
+  for (size_t i = 28; i < sizeof addr; ++i) ASSERT_EQ(addr.bytes[i], 0xAA) << i;
+
+  unsigned loopbackIndex = if_nametoindex("lo");
+  if (loopbackIndex == 0) GTEST_SKIP() << "no loopback interface named lo";
+  ASSERT_EQ(ZONET_str2ip("fe80::1%lo", &addr), 0);
+  EXPECT_EQ(addr.ipv6.scope_id, loopbackIndex);
+  std::string numeric = "fe80::1%" + std::to_string(loopbackIndex);
+  ASSERT_EQ(ZONET_str2ip(numeric.c_str(), &addr), 0);
+  EXPECT_EQ(addr.ipv6.scope_id, loopbackIndex);
+}
+
+TEST_F(NetAddr, TheSentinelIsRefusedOnTheShortWayToo) {
+  zonet_internal::ResetCollisionSentinel();
+  for (int call = 0; call < 2; ++call) {
+    BothWays both("127.0.53.53", 0);
+    ASSERT_TRUE(both.taken);
+    EXPECT_EQ(both.shortCode, ZONET_ERR_HOST_NOT_FOUND) << "call " << call;
+    EXPECT_EQ(both.shortErrno, 0);  // the resolver's own success
+    EXPECT_EQ(both.shortWay.ipv4.addr, inet_addr("127.0.53.53"));
+    EXPECT_TRUE(SameRecord(both.shortWay, both.full));
+  }
+  ZONET_SockAddr addr;
+  errno = EIO;
+  EXPECT_EQ(ZONET_str2ip("127.0.53.53", &addr), ZONET_ERR_HOST_NOT_FOUND);
+  EXPECT_EQ(errno, 0);
+  // The IPv6 form of the sentinel is no collision, and not a common form.
+  EXPECT_EQ(ZONET_str2ip("::ffff:127.0.53.53", &addr), 0);
+}
+
+TEST_F(NetAddr, TheShortWayIsTakenOnlyWithTheSystemsResolver) {
+  struct Rebind {
+    ~Rebind() { zonet_internal::ResetResolverBinding(); }
+  } rebind;
+  zonet_internal::ForceResolverFallbacks();
+  EXPECT_FALSE(zonet_internal::ResolverIsThePlatforms());
+  ZONET_SockAddr addr = Filled(0x33);
+  int code = 0;
+  EXPECT_FALSE(zonet_internal::Str2ipCommonForm("::1", &addr, &code));
+  EXPECT_FALSE(zonet_internal::Str2ipCommonForm("192.0.2.1", &addr, &code));
+  EXPECT_TRUE(SameRecord(addr, Filled(0x33)));
+  // The library's own resolver knows no IPv6, and its answer is what counts.
+  EXPECT_EQ(ZONET_str2ip("::1", &addr), EAI_NONAME);
+  ASSERT_EQ(ZONET_str2ip("192.0.2.1", &addr), 0);
+  EXPECT_EQ(addr.ipv4.addr, inet_addr("192.0.2.1"));
+
+  zonet_internal::ResetResolverBinding();
+  EXPECT_TRUE(zonet_internal::ResolverIsThePlatforms());
+  EXPECT_TRUE(zonet_internal::Str2ipCommonForm("::1", &addr, &code));
+}

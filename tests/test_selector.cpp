@@ -6,7 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <memory>
 #include <set>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -357,4 +360,104 @@ TEST(SocketSelector, TwoSelectorsMayHoldTheSameSocket) {
   EXPECT_EQ(first.GetReadSelected().size(), 1u);
   ASSERT_TRUE(PollFindsReady(second));
   EXPECT_EQ(second.GetReadSelected().size(), 1u);
+}
+
+namespace {
+
+uint64_t HandleOf(const CZoSocket& socket) { return static_cast<uint64_t>(socket.GetSocketDescriptor()); }
+
+// The handles of a result, in the result's own order.
+std::vector<uint64_t> Handles(const std::set<CZoSocket>& set) {
+  std::vector<uint64_t> handles;
+  for (const CZoSocket& s : set) handles.push_back(HandleOf(s));
+  return handles;
+}
+
+// count pairs whose b ends are registered for reading; the pairs named in
+// fed are made readable.
+struct Crowd {
+  std::vector<std::unique_ptr<Pair>> pairs;
+  CZoSocketSelector selector;
+  Crowd(size_t count, const std::vector<size_t>& fed) {
+    for (size_t i = 0; i < count; ++i) pairs.push_back(std::make_unique<Pair>());
+    for (size_t i : fed) pairs[i]->Feed();
+    // Registered from the last to the first: the order of registering is
+    // not the order of the result.
+    for (size_t i = count; i-- > 0;) selector.SetReadSocket(pairs[i]->b);
+  }
+  std::vector<uint64_t> HandlesOf(const std::vector<size_t>& which) const {
+    std::vector<uint64_t> handles;
+    for (size_t i : which) handles.push_back(HandleOf(pairs[i]->b));
+    std::sort(handles.begin(), handles.end());
+    return handles;
+  }
+};
+
+// Few ready among many registered, and most of them ready: both ways the
+// result can be gathered must give the same answer.
+const std::vector<std::pair<size_t, std::vector<size_t>>> kCrowds = {
+    {64, {37}}, {64, {3, 50}}, {8, {0, 1, 2, 3, 4, 5, 6, 7}}, {8, {1, 2, 4, 5, 6}}};
+
+}  // namespace
+
+TEST(SocketSelector, ReadySocketsComeBackInHandleOrderWhateverTheirNumber) {
+  zotest::FdLeakCheck leaks;
+  for (const auto& crowd : kCrowds) {
+    Crowd c(crowd.first, crowd.second);
+    ASSERT_TRUE(PollFindsReady(c.selector));
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf(crowd.second))
+        << crowd.first << " registered, " << crowd.second.size() << " ready";
+    // Asking again gives the same; the wait's result stays until the next.
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf(crowd.second));
+    EXPECT_TRUE(c.selector.GetWriteSelected().empty());
+  }
+}
+
+TEST(SocketSelector, OnlySocketsStillRegisteredComeBackWhateverTheirNumber) {
+  zotest::FdLeakCheck leaks;
+  for (const auto& crowd : kCrowds) {
+    Crowd c(crowd.first, crowd.second);
+    ASSERT_TRUE(PollFindsReady(c.selector));
+    // The first ready one goes after the wait; the rest stay.
+    std::vector<size_t> rest(crowd.second.begin() + 1, crowd.second.end());
+    c.selector.ClearReadSocket(c.pairs[crowd.second[0]]->b);
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf(rest))
+        << crowd.first << " registered, " << crowd.second.size() << " ready";
+    // Registered again, it is found again: its bit from the wait is still set.
+    c.selector.SetReadSocket(c.pairs[crowd.second[0]]->b);
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf(crowd.second));
+  }
+}
+
+TEST(SocketSelector, ASocketRegisteredAfterTheWaitIsNotInItsResult) {
+  zotest::FdLeakCheck leaks;
+  for (const auto& crowd : kCrowds) {
+    Crowd c(crowd.first, crowd.second);
+    Pair late;
+    late.Feed();
+    ASSERT_TRUE(PollFindsReady(c.selector));
+    // Readable, and now registered, but not waited for.
+    c.selector.SetReadSocket(late.b);
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf(crowd.second))
+        << crowd.first << " registered, " << crowd.second.size() << " ready";
+    // The next wait takes it in.
+    ASSERT_TRUE(PollFindsReady(c.selector));
+    std::vector<uint64_t> expected = c.HandlesOf(crowd.second);
+    expected.push_back(HandleOf(late.b));
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(Handles(c.selector.GetReadSelected()), expected);
+  }
+}
+
+TEST(SocketSelector, AfterClearAllANewRegistrationIsFoundWithoutTheOldOnes) {
+  zotest::FdLeakCheck leaks;
+  Crowd c(40, {5, 30});
+  ASSERT_TRUE(PollFindsReady(c.selector));
+  ASSERT_EQ(c.selector.GetReadSelected().size(), 2u);
+  c.selector.ClearAll();
+  EXPECT_TRUE(c.selector.GetReadSelected().empty());
+  // The smallest handle alone, after the largest was forgotten.
+  c.selector.SetReadSocket(c.pairs[5]->b);
+  ASSERT_TRUE(PollFindsReady(c.selector));
+  EXPECT_EQ(Handles(c.selector.GetReadSelected()), c.HandlesOf({5}));
 }

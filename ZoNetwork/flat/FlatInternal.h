@@ -13,6 +13,8 @@
 #include <stdint.h>
 #include <sys/socket.h>
 
+#include <atomic>
+
 
 
 
@@ -51,6 +53,18 @@ void ForceResolverFallbacks();
 void ResetResolverBinding();
 // Whether the three in use are the library's own (binds first if needed).
 bool ResolverUsesFallbacks();
+// Whether the three in use are those the platform's own look-up found (binds
+// first if needed): false with the library's own three and with what a test's
+// look-up gave. Only then may a numeric text skip the resolver's list, since
+// the answer must be the one that resolver would give.
+bool ResolverIsThePlatforms();
+// The same without a call once the platform's three are bound: the short
+// way of a numeric parse is only a few calls long, and this would be one
+// more.
+extern std::atomic<int> g_platformRows;
+inline bool ResolverIsThePlatformsQuick() {
+  return g_platformRows.load(std::memory_order_relaxed) != 0 || ResolverIsThePlatforms();
+}
 // Replaces how the binding finds a function by name (null: the platform's),
 // so that a test can show what happens when the system lacks one. Takes
 // effect at the next binding; reset the binding around it.
@@ -67,6 +81,17 @@ bool MatchesCollisionSentinel(const ZONET_SockAddr* addr);
 void ResetCollisionSentinel();
 // Whether the collision sentinel has been parsed.
 bool CollisionSentinelReady();
+
+// ---- numeric text to a record ----
+
+// ZONET_str2ip by the resolver's list alone, never the short way for the
+// common forms; what the short way must agree with.
+int Str2ipFullPath(const char* text, ZONET_SockAddr* addr);
+// The short way alone: for a dotted quad or an IPv6 text of hexadecimal
+// groups only (no dotted tail, no scope), and only while the platform's own
+// resolver is bound, fills addr, makes the collision test and sets *result as
+// ZONET_str2ip would, and gives true. Otherwise false, with nothing written.
+bool Str2ipCommonForm(const char* text, ZONET_SockAddr* addr, int* result);
 
 // ---- the local-socket decision ----
 

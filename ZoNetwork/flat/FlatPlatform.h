@@ -114,6 +114,14 @@ int ServiceByPort(int port, const char* protocol, struct servent** service);
 // The classic dotted IPv4 parser (also "1.2.3" and hexadecimal parts).
 // true with the address in network order, false when text is not one.
 bool ParseDottedIpv4(const char* text, uint32_t* addr);
+// The strict reader of IPv6 text (inet_pton), standing in for the resolver
+// asked for a numeric host of that form: hexadecimal groups with "::" and
+// perhaps a dotted IPv4 tail, never a scope. true with the 16 address bytes
+// in addr16 and the resolver's last result 0, as after any answer of the
+// resolver (one call rather than two, which is a fair part of the parse);
+// false, with nothing written and the last result as it was, when text is
+// not one.
+bool ParseNumericHost6(const char* text, void* addr16);
 // The dotted text of an IPv4 address in network order; buffer of 16 bytes.
 void FormatDottedIpv4(uint32_t addr, char text[16]);
 

@@ -96,10 +96,74 @@ int ParseNumeric(const char* text, ZONET_SockAddr* addr) {
   return result;
 }
 
+// A dotted quad as inet_pton reads one: four decimal parts of one to three
+// digits, each at most 255 and without a leading zero unless it is "0", and
+// nothing else. Read here rather than by the C library: the grammar is
+// fixed, and inet_pton's length count, its calls and its byte-wise buffer
+// cost as much as all the rest of a parse. true with the address in network
+// order.
+inline bool ParseDottedQuad(const char* text, uint32_t* addr) {
+  uint32_t value = 0;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0 && *text++ != '.') return false;
+    unsigned digit = static_cast<unsigned char>(*text) - '0';
+    if (digit > 9) return false;
+    uint32_t number = digit;
+    ++text;
+    for (int more = 0; more < 2; ++more) {
+      digit = static_cast<unsigned char>(*text) - '0';
+      if (digit > 9) break;
+      if (number == 0) return false;  // a leading zero
+      number = number * 10 + digit;
+      ++text;
+    }
+    if (number > 255) return false;
+    value = value << 8 | number;
+  }
+  if (*text != '\0') return false;
+  *addr = htonl(value);
+  return true;
+}
+
+// The common forms without the resolver's list: a dotted quad, or IPv6 in
+// hexadecimal groups with no dotted tail and no scope. The system's resolver
+// reads a numeric host of these forms with the same strict grammar and
+// answers with one entry, so the record is the one its list would give: the
+// address structure with port, flow and scope 0. Anything else (the classic
+// forms such as "127.1" or "0x7f.1", a scope, an embedded IPv4 part, spaces,
+// a path, a name) is left to the resolver. true with the record filled and
+// the resolver's last result 0, as the resolver leaves it after an answer;
+// false with nothing written when the text is none of these forms.
+bool ParseCommonForm(const char* text, ZONET_SockAddr* addr) {
+  // Field by field rather than through a whole structure on the stack: a
+  // wide copy of freshly written narrow fields waits for them to reach
+  // memory.
+  uint32_t v4;
+  if (ParseDottedQuad(text, &v4)) {
+    addr->ipv4.family = AF_INET;
+    addr->ipv4.port = 0;
+    addr->ipv4.addr = v4;
+    memset(addr->ipv4.zero, 0, sizeof addr->ipv4.zero);
+    // What the resolver leaves behind after an answer.
+    zonet_platform::SetResolverError(0);
+    return true;
+  }
+  // An embedded IPv4 part, which the reader takes too, is left to the
+  // resolver; the reader leaves the resolver's last result as an answer
+  // would.
+  uint8_t v6[16];
+  if (strchr(text, '.') != nullptr || !zonet_platform::ParseNumericHost6(text, v6)) return false;
+  addr->ipv6.family = AF_INET6;
+  addr->ipv6.port = 0;
+  addr->ipv6.flowinfo = 0;
+  memcpy(addr->ipv6.addr, v6, sizeof v6);
+  addr->ipv6.scope_id = 0;
+  return true;
+}
+
 // Parses the sentinel once per process (twice at worst, when two threads
 // come first together: both store the same value).
-void EnsureSentinel() {
-  if (g_sentinelReady.load(std::memory_order_acquire) != 0) return;
+__attribute__((noinline)) void ParseSentinel() {
   ZONET_SockAddr parsed;
   memset(&parsed, 0, sizeof parsed);
   // A failed parse leaves the sentinel zero, which matches nothing; it is
@@ -110,17 +174,21 @@ void EnsureSentinel() {
   g_sentinelReady.store(1, std::memory_order_release);
 }
 
+// Whether the four bytes at the IPv4 address's place in addr are the
+// sentinel's; in line, as every parse asks.
+inline bool SentinelMatches(const ZONET_SockAddr* addr) {
+  if (g_sentinelReady.load(std::memory_order_acquire) == 0) ParseSentinel();
+  return g_sentinelFamily.load(std::memory_order_relaxed) == ZONET_FAMILY_IPV4 &&
+         g_sentinelAddr.load(std::memory_order_relaxed) == addr->ipv4.addr;
+}
+
 }  // namespace
 
 namespace zonet_internal {
 
 // Whether the four bytes at the IPv4 address's place in addr are the
 // sentinel's. Used by resolution as well as by the parser.
-bool MatchesCollisionSentinel(const ZONET_SockAddr* addr) {
-  EnsureSentinel();
-  return g_sentinelFamily.load(std::memory_order_relaxed) == ZONET_FAMILY_IPV4 &&
-         g_sentinelAddr.load(std::memory_order_relaxed) == addr->ipv4.addr;
-}
+bool MatchesCollisionSentinel(const ZONET_SockAddr* addr) { return SentinelMatches(addr); }
 
 void ResetCollisionSentinel() {
   g_sentinelReady.store(0, std::memory_order_release);
@@ -129,6 +197,52 @@ void ResetCollisionSentinel() {
 }
 
 bool CollisionSentinelReady() { return g_sentinelReady.load(std::memory_order_acquire) != 0; }
+
+}  // namespace zonet_internal
+
+namespace {
+
+// The end of every parse that found an address or looked for one: the
+// sentinel decides over whatever the record holds.
+int CollisionTest(int result, ZONET_SockAddr* addr) {
+  if (SentinelMatches(addr)) {
+    // The resolver's own answer was success, and stays what is left for the
+    // caller: that is how a collision is told from a text that is no address.
+    zonet_platform::SetResolverError(0);
+    return ZONET_ERR_HOST_NOT_FOUND;
+  }
+  return result;
+}
+
+// The common forms the short way; false when text is not one of them or the
+// resolver bound is not the system's, whose answer the short way gives.
+inline __attribute__((always_inline)) bool CommonForm(const char* text, ZONET_SockAddr* addr, int* result) {
+  if (!zonet_internal::ResolverIsThePlatformsQuick() || !ParseCommonForm(text, addr)) return false;
+  *result = CollisionTest(0, addr);
+  return true;
+}
+
+int FullPath(const char* text, ZONET_SockAddr* addr) {
+  if (IsPathText(text)) return FillPath(text, addr);
+  int result = ParseNumeric(text, addr);
+  // Resolver failures end here; past this point an address was looked for.
+  if (result != 0 && result != ZONET_ERR_AF_NOT_SUPPORTED) return result;
+  return CollisionTest(result, addr);
+}
+
+}  // namespace
+
+namespace zonet_internal {
+
+int Str2ipFullPath(const char* text, ZONET_SockAddr* addr) {
+  if (text == nullptr || addr == nullptr) return ZONET_ERR_INVALID_PARAMETER;
+  return FullPath(text, addr);
+}
+
+bool Str2ipCommonForm(const char* text, ZONET_SockAddr* addr, int* result) {
+  if (text == nullptr || addr == nullptr || result == nullptr) return false;
+  return CommonForm(text, addr, result);
+}
 
 }  // namespace zonet_internal
 
@@ -276,19 +390,13 @@ ZONET_API int ZONET_ip2str(const ZONET_SockAddr* addr, char* buffer, size_t size
 
 ZONET_API int ZONET_str2ip(const char* text, ZONET_SockAddr* addr) {
   if (text == nullptr || addr == nullptr) return ZONET_ERR_INVALID_PARAMETER;
-  if (IsPathText(text)) return FillPath(text, addr);
-
-  int result = ParseNumeric(text, addr);
-  // Resolver failures end here; past this point an address was looked for,
-  // and the sentinel decides over whatever the record holds.
-  if (result != 0 && result != ZONET_ERR_AF_NOT_SUPPORTED) return result;
-  if (zonet_internal::MatchesCollisionSentinel(addr)) {
-    // The resolver's own answer was success, and stays what is left for the
-    // caller: that is how a collision is told from a text that is no address.
-    zonet_platform::SetResolverError(0);
-    return ZONET_ERR_HOST_NOT_FOUND;
-  }
-  return result;
+  // Most texts are plain addresses, and for those a list from the resolver
+  // (two allocations and their release) is most of the cost. A text in one
+  // of the common forms holds neither slash nor backslash, so it is never a
+  // path, and the order of the two tests does not matter.
+  int result;
+  if (CommonForm(text, addr, &result)) return result;
+  return FullPath(text, addr);
 }
 
 }  // extern "C"

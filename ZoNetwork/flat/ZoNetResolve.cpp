@@ -15,6 +15,10 @@
 
 namespace zonet_internal {
 
+// Whether the rows hold the three the platform's own look-up found (rather
+// than the library's own, or what a test's look-up gave).
+std::atomic<int> g_platformRows{0};
+
 namespace {
 
 // ---- the binding ----
@@ -38,7 +42,8 @@ std::atomic<ResolverLookupFn> g_lookup{nullptr};
 void Bind() {
   if (g_bound.load(std::memory_order_acquire) != 0) return;
   ResolverLookupFn lookup = g_lookup.load(std::memory_order_acquire);
-  if (lookup == nullptr) lookup = zonet_platform::FindResolverFunction;
+  const bool platformLookup = lookup == nullptr;
+  if (platformLookup) lookup = zonet_platform::FindResolverFunction;
   // Looked up in the order of the rows; one missing keeps all three of the
   // library's own, so a list is never freed by a stranger to its maker.
   void* getaddrinfoAddress = lookup("getaddrinfo");
@@ -48,6 +53,7 @@ void Bind() {
     g_rowGetAddrInfo.store(reinterpret_cast<GetAddrInfoFn>(getaddrinfoAddress), std::memory_order_relaxed);
     g_rowGetNameInfo.store(reinterpret_cast<GetNameInfoFn>(getnameinfoAddress), std::memory_order_relaxed);
     g_rowFreeAddrInfo.store(reinterpret_cast<FreeAddrInfoFn>(freeaddrinfoAddress), std::memory_order_relaxed);
+    g_platformRows.store(platformLookup ? 1 : 0, std::memory_order_relaxed);
   }
   g_bound.store(1, std::memory_order_release);
 }
@@ -69,6 +75,7 @@ void ClearCache() {
 }
 
 void RowsToFallbacks() {
+  g_platformRows.store(0, std::memory_order_relaxed);
   g_rowGetAddrInfo.store(FallbackGetAddrInfo, std::memory_order_relaxed);
   g_rowGetNameInfo.store(FallbackGetNameInfo, std::memory_order_relaxed);
   g_rowFreeAddrInfo.store(FallbackFreeAddrInfo, std::memory_order_relaxed);
@@ -219,6 +226,11 @@ void ResetResolverBinding() {
 bool ResolverUsesFallbacks() {
   return ResolverGetAddrInfo() == FallbackGetAddrInfo && ResolverGetNameInfo() == FallbackGetNameInfo &&
          ResolverFreeAddrInfo() == FallbackFreeAddrInfo;
+}
+
+bool ResolverIsThePlatforms() {
+  if (g_bound.load(std::memory_order_acquire) == 0) Bind();
+  return g_platformRows.load(std::memory_order_relaxed) != 0;
 }
 
 void SetResolverLookup(ResolverLookupFn lookup) { g_lookup.store(lookup, std::memory_order_release); }

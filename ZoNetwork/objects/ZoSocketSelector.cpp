@@ -2,7 +2,9 @@
 // the socket object that stands on the selector rather than under it.
 #include "ZoNetwork/ZoSocketSelector.h"
 
+#include <algorithm>
 #include <atomic>
+#include <climits>
 
 #include "ZoNetwork/ZoNetSocket.h"
 #include "objects/ObjectsInternal.h"
@@ -15,11 +17,68 @@ namespace {
 std::atomic<int> g_forcedWaitError{0};
 std::atomic<int> g_forcedLastError{0};
 
+typedef unsigned long MaskWord;
+constexpr unsigned kWordBits = sizeof(MaskWord) * CHAR_BIT;
+
+// Ready sockets are looked up one by one when they are this many times
+// fewer than the registered ones; a look-up costs about a dozen steps of a
+// walk through a thousand registered sockets.
+constexpr size_t kLookUpRatio = 32;
+
+inline uint64_t HandleOf(const CZoSocket& socket) { return static_cast<uint64_t>(socket.GetSocketDescriptor()); }
+
+// Whether the last wait left handle's bit set; bits past the mask never are.
+inline bool ReadyBit(const MaskWord* words, uint64_t bits, uint64_t handle) {
+  return handle < bits && ((words[handle / kWordBits] >> (handle % kWordBits)) & 1UL) != 0;
+}
+
 // The registered sockets whose bit the last wait left set, in their order.
-const std::set<CZoSocket> Selected(const std::set<CZoSocket>& sockets, ZoFdset& result) {
+//
+// Only registered sockets count, and of them only those the wait found, so
+// the answer is the same whether the registration is walked and each bit
+// asked, or the bits are walked and each one looked up in the registration.
+// A wait over many sockets usually finds few, and then the second costs a
+// few look-ups where the first costs a step per registered socket; when
+// many are ready, the walk is the cheaper and is taken. Every registered
+// handle is at most maxSocket (it only falls back in ClearAll, which empties
+// the registration), so no bit past it can belong to one.
+const std::set<CZoSocket> Selected(const std::set<CZoSocket>& sockets, const ZoFdset& result, uint64_t maxSocket) {
   std::set<CZoSocket> selected;
+  // A working set never set up holds no ready bit.
+  if (sockets.empty() || !result.IsInitialized() || result.set_ptr == nullptr) return selected;
+  const MaskWord* words = reinterpret_cast<const MaskWord*>(result.set_ptr);
+  const uint64_t bits = std::min<uint64_t>(result.mask_bits, maxSocket + 1);
+  const uint64_t wordCount = (bits + kWordBits - 1) / kWordBits;
+  // The last word may reach past bits; those bits are no registered handle's.
+  const unsigned tail = static_cast<unsigned>(bits % kWordBits);
+  const MaskWord lastMask = tail == 0 ? ~MaskWord(0) : (MaskWord(1) << tail) - 1;
+  auto wordAt = [&](uint64_t i) { return i + 1 == wordCount ? words[i] & lastMask : words[i]; };
+
+  // Counted only as far as the choice needs (and bit by bit: without the
+  // processor's own instruction, which the build does not assume, a
+  // population count is a library call per word).
+  const size_t lookUps = sockets.size() / kLookUpRatio;
+  size_t ready = 0;
+  for (uint64_t i = 0; i < wordCount && ready <= lookUps; ++i) {
+    for (MaskWord word = wordAt(i); word != 0 && ready <= lookUps; word &= word - 1) ++ready;
+  }
+  if (ready == 0) return selected;
+
+  if (ready <= lookUps) {
+    // Bits in rising order are handles in the set's own order, so each copy
+    // goes in at the end.
+    CZoSocket key;
+    for (uint64_t i = 0; i < wordCount; ++i) {
+      for (MaskWord word = wordAt(i); word != 0; word &= word - 1) {
+        key.AttachConnectedSocket(i * kWordBits + static_cast<unsigned>(__builtin_ctzl(word)));
+        std::set<CZoSocket>::const_iterator found = sockets.find(key);
+        if (found != sockets.end()) selected.insert(selected.end(), *found);
+      }
+    }
+    return selected;
+  }
   for (const CZoSocket& socket : sockets) {
-    if (result.is_set(socket.GetSocketDescriptor()) > 0) selected.insert(selected.end(), socket);
+    if (ReadyBit(words, bits, HandleOf(socket))) selected.insert(selected.end(), socket);
   }
   return selected;
 }
@@ -190,12 +249,16 @@ CZoError CZoSocketSelector::Select(const timeval* timeout, bool* timedOut) {
   return CZoError::Success();
 }
 
-const std::set<CZoSocket> CZoSocketSelector::GetReadSelected() { return Selected(m_ReadSockets, m_ReadFdset); }
+const std::set<CZoSocket> CZoSocketSelector::GetReadSelected() {
+  return Selected(m_ReadSockets, m_ReadFdset, m_MaxSocket);
+}
 
-const std::set<CZoSocket> CZoSocketSelector::GetWriteSelected() { return Selected(m_WriteSockets, m_WriteFdset); }
+const std::set<CZoSocket> CZoSocketSelector::GetWriteSelected() {
+  return Selected(m_WriteSockets, m_WriteFdset, m_MaxSocket);
+}
 
 const std::set<CZoSocket> CZoSocketSelector::GetExceptionSelected() {
-  return Selected(m_ExceptionSockets, m_ExceptionFdset);
+  return Selected(m_ExceptionSockets, m_ExceptionFdset, m_MaxSocket);
 }
 
 // ============================================================ timed accept

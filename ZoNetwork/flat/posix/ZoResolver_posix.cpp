@@ -159,6 +159,14 @@ bool ParseDottedIpv4(const char* text, uint32_t* addr) {
   return true;
 }
 
+bool ParseNumericHost6(const char* text, void* addr16) {
+  struct in6_addr parsed;
+  if (inet_pton(AF_INET6, text, &parsed) != 1) return false;
+  memcpy(addr16, &parsed, sizeof parsed);
+  errno = 0;
+  return true;
+}
+
 void FormatDottedIpv4(uint32_t addr, char text[16]) {
   struct in_addr in;
   in.s_addr = addr;
