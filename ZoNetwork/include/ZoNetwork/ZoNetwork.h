@@ -27,5 +27,10 @@
 // socket object, selector, stack probes
 #include "ZoNetwork/ZoSocket.h"
 #include "ZoNetwork/ZoSocketSelector.h"
+// requests over libcurl: binding, error domain, engine, HTTP
+#include "ZoNetwork/CurlWrapper.h"
+#include "ZoNetwork/XnCURLError.h"
+#include "ZoNetwork/XnHTTPReq.h"
+#include "ZoNetwork/XnProtocolReq.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
