@@ -1,0 +1,312 @@
+// Real servers as test peers: nginx, a scriptable HTTP peer, a forward proxy,
+// vsftpd and sshd. Each fixture makes its own temporary folder (configuration,
+// keys, certificates, logs, served files), starts its server on 127.0.0.1 on
+// a free port, waits until the port accepts connections (polled against a
+// deadline, never a fixed sleep), and in its destructor stops the server,
+// reaps every process it started and removes the folder. Nothing of the
+// machine's own is used or changed: no system service, no account, no file
+// outside the folder.
+//
+// The servers are children of the test process that die with it
+// (PR_SET_PDEATHSIG), so a crashed test leaves nothing running. The death
+// signal belongs to the thread that started the child: make a fixture on a
+// thread that outlives it (the test's own thread, normally).
+//
+// Every fixture also has a lifetime limit (kServerLifetimeSeconds), after
+// which a watchdog kills its server, so that a hung test cannot keep one.
+//
+// Usage:
+//   ZOTEST_REQUIRE_TOOL("nginx");
+//   zotest::NginxServer nginx({});
+//   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
+//   ... nginx.Url("index.html") ...
+#ifndef ZONET_TESTS_SERVERS_H
+#define ZONET_TESTS_SERVERS_H
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zotest {
+
+// How long a fixture's server may live before the watchdog kills it.
+constexpr int kServerLifetimeSeconds = 300;
+// How long a server has to start accepting connections.
+constexpr int kServerStartSeconds = 15;
+
+// "" when the tool can run here, else why not; a missing program names the
+// Debian package that brings it. Tools: "nginx", "tinyproxy", "vsftpd",
+// "sshd", "python3", "openssl", "curl", "ssh".
+std::string ServerUnavailableReason(const std::string& tool);
+
+// The full path of a program (searched in PATH, then /usr/sbin, /sbin,
+// /usr/bin, /bin); "" when there is none.
+std::string FindProgram(const std::string& name);
+
+// What a program run to its end printed, and how it ended.
+struct ProgramResult {
+  int status = -1;         // exit status; -1 when it could not run, was killed or timed out
+  bool timedOut = false;   // killed at the deadline
+  std::string out, err;    // everything it printed on stdout and stderr
+};
+// Runs argv (argv[0] a path, or a name looked up with FindProgram) with stdin
+// from /dev/null, and waits for it at most timeoutMs; past that it is killed.
+ProgramResult RunProgram(const std::vector<std::string>& argv, int timeoutMs = 10000);
+
+// The contents of a file; "" when it cannot be read.
+std::string ReadFile(const std::string& path);
+
+// A port on 127.0.0.1 that was free a moment ago (bound with port 0, then
+// released); 0 when none could be had. A server started on it may still lose
+// it to another process: the fixtures retry with a new port when that happens.
+int PickFreePort();
+
+// Whether something accepts TCP connections on 127.0.0.1:port right now.
+bool PortAccepts(int port);
+
+// A child process in a process group of its own, with its stdout and stderr
+// in a log file. Stopping it (or destroying it) ends it and every process it
+// started, and reaps it.
+class ChildProcess {
+public:
+  ChildProcess() = default;
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  // Starts argv[0] (a full path) with the arguments. Its output goes to
+  // logFile (appended). When readyFd is not null, a pipe is made whose write
+  // end is the child's descriptor 3 and whose read end is put in *readyFd
+  // (the caller closes it). False, with the reason in Error(), when it
+  // cannot start.
+  bool Start(const std::vector<std::string>& argv, const std::string& logFile, int* readyFd = nullptr,
+             int lifetimeSeconds = kServerLifetimeSeconds);
+  // Whether it still runs (reaps it when it has ended).
+  bool Running();
+  // TERM to it and every process below it; KILL to what remains after
+  // graceMs; then reaps it. Safe to call more than once.
+  void Stop(int graceMs = 3000);
+  pid_t Pid() const { return m_pid; }
+  const std::string& Error() const { return m_error; }
+  // How it ended, for a message ("exited with status 1", "killed by signal 9").
+  std::string HowItEnded() const { return m_ended; }
+
+private:
+  void Watch(int lifetimeSeconds);
+  void NoteEnd(int status);
+
+  pid_t m_pid = -1;
+  bool m_reaped = true;
+  std::string m_error, m_ended;
+  std::mutex m_mutex;
+  std::condition_variable m_wake;
+  bool m_stopping = false;
+  std::thread m_watchdog;
+};
+
+// Waits until 127.0.0.1:port accepts connections while child runs, at most
+// timeoutMs. "" when it does; else why not (the child ended, or the time ran out).
+std::string WaitUntilAccepting(ChildProcess& child, int port, int timeoutMs);
+
+// A private directory under TMPDIR with everything in it removed at the end.
+// Unlike TempDir it makes no test fail, so fixtures can use it anywhere.
+class FixtureDir {
+public:
+  explicit FixtureDir(const std::string& tag);
+  ~FixtureDir();
+  FixtureDir(const FixtureDir&) = delete;
+  FixtureDir& operator=(const FixtureDir&) = delete;
+  bool Ok() const { return !m_path.empty(); }
+  const std::string& Path() const { return m_path; }
+  std::string File(const std::string& name) const { return m_path + "/" + name; }
+  // Writes contents to name below the directory (making the folders on the way); the full path, "" on failure.
+  std::string Write(const std::string& name, const std::string& contents, int mode = 0644) const;
+  // Makes a folder below the directory; the full path.
+  std::string MakeDir(const std::string& name, int mode = 0755) const;
+
+private:
+  std::string m_path;
+};
+
+// A throwaway certificate authority and a server certificate for "localhost"
+// (SAN DNS:localhost, IP:127.0.0.1), made with openssl in a temp dir that
+// goes with the object. RSA 2048, valid for two days.
+class ThrowawayCA {
+public:
+  ThrowawayCA();
+  bool Ok() const { return m_ok; }
+  // Why it could not be made (with openssl's output); "" when Ok().
+  const std::string& Reason() const { return m_reason; }
+  const std::string& CaFile() const { return m_caFile; }      // the CA's certificate (PEM)
+  const std::string& CaKeyFile() const { return m_caKeyFile; }  // the CA's private key (PEM)
+  const std::string& CertFile() const { return m_certFile; }  // the server's certificate (PEM)
+  const std::string& KeyFile() const { return m_keyFile; }    // the server's private key (PEM, unencrypted)
+  // The server's certificate followed by the CA's (a chain file).
+  const std::string& ChainFile() const { return m_chainFile; }
+  // Another server certificate from this CA for the given names (each
+  // "DNS:name" or "IP:addr"), with its key; false on failure.
+  bool Issue(const std::string& name, const std::vector<std::string>& altNames, std::string* certFile,
+             std::string* keyFile);
+
+private:
+  FixtureDir m_dir{"ca"};
+  bool m_ok = false;
+  std::string m_reason, m_caFile, m_caKeyFile, m_certFile, m_keyFile, m_chainFile;
+};
+
+// nginx on 127.0.0.1, a free port, its own prefix/config/logs in a temp dir;
+// serves Root(). Runs as one process (master_process off) as the test's
+// user, so it reads and writes the temp dir as the test does.
+//
+// What it serves:
+//   /...                     files below Root(), with directory listings
+//   /private/...             the same, behind Basic auth when Options::user is set
+//   /upload/...              PUT, DELETE, MKCOL, COPY, MOVE (Options::dav), no size limit
+//   /redirect/PATH           302 to /PATH
+//   /redirect301/PATH        301 to /PATH
+//   /status/NNN              an answer with status NNN and nginx's own body, for
+//                            200 201 204 301 302 303 307 308 400 401 403 404 405
+//                            409 410 500 501 502 503
+class NginxServer {
+public:
+  struct Options {
+    bool tls = false;          // HTTPS with a certificate from a throwaway CA
+    std::string user, password;  // Basic auth on /private/ when user is set
+    bool dav = true;           // PUT, DELETE, MKCOL on /upload/
+    std::string extraConfig;   // more directives inside the server block
+  };
+  explicit NginxServer(const Options& options);
+  ~NginxServer();
+  NginxServer(const NginxServer&) = delete;
+  NginxServer& operator=(const NginxServer&) = delete;
+
+  bool Ok() const { return m_ok; }
+  // Why it did not start, with its logs; "" when Ok().
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+  // "http://localhost:PORT/path" (https with tls); a leading '/' in path is allowed.
+  std::string Url(const std::string& path) const;
+  // The served directory; private/ and upload/ are below it.
+  const std::string& Root() const { return m_root; }
+  // Writes a file below Root() (folders made on the way); its full path.
+  std::string AddFile(const std::string& relativePath, const std::string& contents) const;
+  // The throwaway CA that signed its certificate (tls only; "" otherwise).
+  std::string CaFile() const;
+  // The contents of its access log so far (nginx's "combined" format).
+  std::string AccessLog() const;
+  // Waits up to timeoutMs for needle to appear in the access log (nginx
+  // writes the line as the request ends, which can be just after the client
+  // has its answer); whether it did.
+  bool WaitForAccessLog(const std::string& needle, int timeoutMs = 3000) const;
+  // The contents of its error log so far.
+  std::string ErrorLog() const;
+
+private:
+  bool StartOnce(std::string* why);
+  Options m_options;
+  FixtureDir m_dir{"nginx"};
+  std::unique_ptr<ThrowawayCA> m_ca;
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason, m_root;
+};
+
+// A scriptable HTTP peer: python3 with the standard library only
+// (tests/support/http_peer.py), for byte-exact cases. It reads each request
+// whole (headers, then a body by Content-Length or chunked framing), records
+// it, and sends the next scripted reply.
+class ScriptedHttpPeer {
+public:
+  // Each response is raw bytes to send for one request, plus an action.
+  struct Reply {
+    std::string raw;        // sent as is
+    int delayMs = 0;        // before sending
+    bool closeAfter = true;  // close the connection after the reply; else read the next request on it
+    bool stall = false;      // accept, read the request, never answer until stopped
+    size_t cutAfter = 0;     // close after this many bytes of raw, 0 = send all
+  };
+  struct Options {
+    // Answer "Expect: 100-continue" with "HTTP/1.1 100 Continue" before
+    // reading the body (not part of the scripted replies).
+    bool answerExpectContinue = true;
+  };
+  // Replies in order, one per request; the last repeats.
+  explicit ScriptedHttpPeer(const std::vector<Reply>& replies);
+  ScriptedHttpPeer(const std::vector<Reply>& replies, const Options& options);
+  ~ScriptedHttpPeer();
+  ScriptedHttpPeer(const ScriptedHttpPeer&) = delete;
+  ScriptedHttpPeer& operator=(const ScriptedHttpPeer&) = delete;
+
+  bool Ok() const { return m_ok; }
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+  // "http://localhost:PORT/path".
+  std::string Url(const std::string& path) const;
+  // Every request received so far, raw bytes (request line, headers, body), in order.
+  std::vector<std::string> Requests() const;
+  // Waits up to timeoutMs until at least count requests have arrived; whether they have.
+  bool WaitForRequests(size_t count, int timeoutMs = 3000) const;
+  // How many connections it has accepted so far.
+  int Connections() const;
+
+  // A reply with status line "HTTP/1.1 <status> <reason>", the headers given
+  // (each "Name: value"), Content-Length of body unless a header names one
+  // or noLength is set, then body.
+  static std::string Response(int status, const std::string& reason, const std::vector<std::string>& headers,
+                              const std::string& body, bool noLength = false);
+
+private:
+  FixtureDir m_dir{"peer"};
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason;
+};
+
+// A forward proxy with Basic authentication: tinyproxy in the foreground with
+// a private configuration, logging what it forwards. Plain requests and
+// CONNECT tunnels to any port are allowed, from 127.0.0.1 only.
+class ForwardProxy {
+public:
+  ForwardProxy(const std::string& user, const std::string& password);
+  ~ForwardProxy();
+  ForwardProxy(const ForwardProxy&) = delete;
+  ForwardProxy& operator=(const ForwardProxy&) = delete;
+
+  bool Ok() const { return m_ok; }
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+  // "http://127.0.0.1:PORT" (for a client's proxy setting).
+  std::string Url() const;
+  // What it forwarded, from its log: the URL of each plain request
+  // ("http://localhost:1234/a") and the target of each tunnel ("localhost:443"),
+  // in order. Requests it refused are not listed.
+  std::vector<std::string> ForwardedUrls() const;
+  // Its whole log so far.
+  std::string Log() const;
+
+private:
+  FixtureDir m_dir{"proxy"};
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason;
+};
+
+}  // namespace zotest
+
+// Skips the current test, with the reason, when the tool cannot run here.
+#define ZOTEST_REQUIRE_TOOL(tool)                                      \
+  do {                                                                 \
+    std::string zotest_tool_reason_ = zotest::ServerUnavailableReason(tool); \
+    if (!zotest_tool_reason_.empty()) GTEST_SKIP() << zotest_tool_reason_;  \
+  } while (0)
+
+#endif  // ZONET_TESTS_SERVERS_H
