@@ -31,7 +31,11 @@ public:
   // The class as a client holds it through the base, where collectFilesAndDir,
   // setDefaults, IsFile and getFullWorkingURL are public.
   XnCURL::XnProtocolReq& Base() { return *this; }
+  // The protocol's own success rule, reached through the base, where it is
+  // protected.
+  using XnCURL::XnProtocolReq::isOperationSuccess;
   int ResponseCode() const { return m_responseCode; }
+  void SetResponseCode(int code) { m_responseCode = code; }
   int LastCurlCode() const { return m_lastCurlCode; }
   const std::map<std::string, std::string>& RequestedHeaders() const { return m_requestedHeaders; }
   bool CallbacksCleared() const {
