@@ -46,6 +46,9 @@ void ExpectEveryFailureValue(const ProbeRun& run) {
   // A request object meets the missing curl as a handle it cannot have.
   EXPECT_NE(run.values.at("initialize").find("/XnCURL.-1.0xFFFFFFFF-Failed to get CURL handle"), std::string::npos)
       << run.values.at("initialize");
+  EXPECT_NE(run.values.at("after_failed_initialize").find("Call initialize function before any other functions."),
+            std::string::npos)
+      << run.values.at("after_failed_initialize");
 }
 
 }  // namespace

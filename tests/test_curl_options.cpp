@@ -11,6 +11,7 @@
 #include <curl/curl.h>
 
 #include "curl/CurlProbe.h"
+#include "support/Servers.h"
 
 using namespace zotest_curl;
 
@@ -92,4 +93,31 @@ TEST(CurlOptions, EachSetterSetsItsOptionsInOrder) {
   EXPECT_EQ(Section(run.log, "secured missing"), (Lines_{"setopt 64 1", "setopt 81 2", "setopt 216 16"}));
   EXPECT_EQ(Section(run.log, "secured present"),
             (Lines_{"setopt 64 1", "setopt 81 2", "setopt 216 16", "setopt 10065 \"" + ca + "\""}));
+}
+
+TEST(CurlOptions, WhatEachKindOfRequestSetsAndTakesBack) {
+  LibraryCopy copy;
+  std::string port = std::to_string(zotest::PickFreePort());
+  ProbeRun run = RunRecorded(copy, "undo " + port);
+  ASSERT_EQ(run.status, 0) << run.output;
+  const std::string url = "setopt 10002 \"http://127.0.0.1:" + port;
+  EXPECT_EQ(Section(run.log, "get"), (Lines_{url + "/g\"", "setopt 80 1", "perform", "setopt 80 1"}))
+      << "a GET leaves HTTPGET at 1";
+  EXPECT_EQ(Section(run.log, "download"), (Lines_{url + "/d\"", "setopt 80 1", "perform", "setopt 80 0"}));
+  EXPECT_EQ(Section(run.log, "post buffer"),
+            (Lines_{url + "/p\"", "setopt 47 1", "setopt 60 3", "setopt 10015 pointer", "perform"}))
+      << "a buffer's POST is never undone";
+  EXPECT_EQ(Section(run.log, "check"), (Lines_{url + "/p\"", "setopt 44 1", "perform", "setopt 44 0"}));
+  EXPECT_EQ(Section(run.log, "upload empty form"),
+            (Lines_{url + "/u\"", "setopt 10024 null", "slist_append \"Expect:100-continue\"", "setopt 10023 pointer",
+                    "perform", "setopt 10023 null", "setopt 10024 null", "setopt 30115 0"}));
+  EXPECT_EQ(Section(run.log, "post string"),
+            (Lines_{url + "/s\"", "setopt 47 1", "setopt 60 4", "setopt 10015 pointer", "perform", "setopt 47 0",
+                    "setopt 10015 null", "setopt 60 0"}));
+  EXPECT_EQ(Section(run.log, "put"),
+            (Lines_{url + "/t\"", "setopt 10036 \"PUT\"", "setopt 10015 pointer", "setopt 60 3", "perform",
+                    "setopt 10036 null", "setopt 47 0", "setopt 60 0"}));
+  EXPECT_EQ(Section(run.log, "file info"),
+            (Lines_{url + "/f\"", "setopt 44 1", "setopt 20079 function", "setopt 42 0", "perform", "setopt 44 0",
+                    "setopt 20079 null", "setopt 42 0"}));
 }

@@ -104,6 +104,8 @@ int FailureValues() {
   printf("cleanup=returned\n");
   XnHTTPReq request;
   printf("initialize=%s\n", Result(request.initialize(0)).c_str());
+  // The object stays not initialized, its buffer allocated.
+  printf("after_failed_initialize=%s\n", Result(request.SetTimeOut(5)).c_str());
   Mark("end of main");
   return 0;
 }
@@ -159,6 +161,36 @@ int Settings(const char* caFile) {
   return 0;
 }
 
+// What each kind of request sets and takes back, on a port that refuses:
+// the transfer fails at once, and the undoing runs all the same.
+int Undo(const char* port) {
+  XnHTTPReq request;
+  printf("initialize=%s\n", Result(request.initialize(0)).c_str());
+  request.setURL("127.0.0.1");
+  request.setPortNumber(port);
+  const std::vector<commandInfo> none;
+  const char buffer[] = "abc";
+  Mark("get");
+  request.doGetOperation("/g", none);
+  Mark("download");
+  request.download("/d", none);
+  Mark("post buffer");
+  request.doPostOperation("/p", buffer, 3L, none);
+  Mark("check");
+  request.checkConnection();
+  Mark("upload empty form");
+  request.uploadFile("source", "/u", 0, none);
+  Mark("post string");
+  request.doPostOperation("/s", "text", none);
+  Mark("put");
+  request.doPutOperation("/t", buffer, 3L, none);
+  Mark("file info");
+  double size = 0;
+  request.getFileInfo("/f", size);
+  Mark("end");
+  return 0;
+}
+
 int Threads(int count) {
   std::vector<std::thread> threads;
   std::vector<std::string> versions(static_cast<size_t>(count));
@@ -191,6 +223,7 @@ int main(int argc, char** argv) {
   if (scenario == "failure-values") status = FailureValues();
   if (scenario == "defaults") status = Defaults();
   if (scenario == "settings") status = Settings(argc > 2 ? argv[2] : "/nonexistent");
+  if (scenario == "undo") status = Undo(argc > 2 ? argv[2] : "1");
   if (scenario == "threads") status = Threads(argc > 2 ? atoi(argv[2]) : 16);
   fflush(stdout);
   Mark("exit");
