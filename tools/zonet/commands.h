@@ -48,6 +48,8 @@ int CmdBlacklist(const Args& args);
 int CmdBindable(const Args& args);
 int CmdStacks(const Args& args);
 int CmdAccept(const Args& args);
+// requests over libcurl
+int CmdHttp(const Args& args);
 
 }  // namespace zonet
 

@@ -31,6 +31,10 @@ const zonet::Command* Commands(size_t& count) {
       {"accept", "PORT --timeout S",
        "listen on 127.0.0.1:PORT (0: any free port) and accept one client within S seconds (0: no limit)",
        zonet::CmdAccept},
+      {"http", "get URL [-o FILE] | put FILE URL | head URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
+       "one HTTP or HTTPS request: GET to standard output or FILE (a progress line on long transfers), PUT of a "
+       "file, or HEAD with the answer's headers",
+       zonet::CmdHttp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;
