@@ -426,3 +426,56 @@ TEST(HttpRequest, CertificatesFromAThrowawayCA) {
   EXPECT_FALSE(e.IsError()) << e.AsString();
   EXPECT_EQ(body, "secret over tls");
 }
+
+// ---- a saved directory page read back ----
+
+TEST(HttpRequest, ASavedDirectoryPageReadBack) {
+  zotest::TempDir dir;
+  HttpReq request;
+  std::vector<FileDirInfo> entries;
+  EXPECT_TRUE(request.Base().collectFilesAndDir(dir.File("none"), &entries, "").Is(IntCode(1)));
+  ASSERT_FALSE(request.initialize(0).IsError());
+  EXPECT_TRUE(Contains(request.Base().collectFilesAndDir(dir.File("none"), nullptr, ""),
+                       "NULL pointer passed for output vector"));
+  EXPECT_TRUE(Contains(request.Base().collectFilesAndDir(dir.File("none"), &entries, ""),
+                       "Failed to open response file."));
+  ASSERT_FALSE(request.Base().collectFilesAndDir(dir.Write("empty.html", ""), &entries, "").IsError());
+  EXPECT_TRUE(entries.empty());
+  ASSERT_FALSE(request.Base().collectFilesAndDir(dir.Write("nolinks.html", "<p>none</p>"), &entries, "").IsError());
+  EXPECT_TRUE(entries.empty());
+
+  std::string page =
+      "<A HREF=\"/\">[To Parent Directory]</A><br>"
+      "<A HREF=\"/files/sub%20dir/\">sub dir</A><br>"
+      "<A HREF=\"/files/report.txt\">report.txt</A><br>"
+      "<A HREF=\"/files/web.config\">web.config</A><br>"
+      "<A HREF=\"/files/Web.Config\">Web.Config</A>";
+  entries.push_back(FileDirInfo{"kept", 1, 0});
+  ASSERT_FALSE(request.Base().collectFilesAndDir(dir.Write("page.html", page), &entries, "").IsError());
+  ASSERT_EQ(entries.size(), 4u);
+  EXPECT_EQ(entries[0].m_name, "kept");
+  EXPECT_EQ(entries[1].m_name, "sub dir");
+  EXPECT_EQ(entries[1].m_isFile, 0);
+  EXPECT_EQ(entries[2].m_name, "report.txt");
+  EXPECT_EQ(entries[2].m_isFile, 1);
+  EXPECT_EQ(entries[3].m_name, "Web.Config");
+  EXPECT_EQ(entries[3].m_reserved, 0);
+
+  // Without brackets the first link is compared with the parent link given.
+  entries.clear();
+  ASSERT_FALSE(request.Base()
+                   .collectFilesAndDir(dir.Write("plain.html", "<a href=\"/up/\">up</a><a href=\"/up/x\">x</a>"),
+                                       &entries, "/up/")
+                   .IsError());
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].m_name, "x");
+
+  // A bare relative name, a lone slash and an empty link end the parse.
+  for (const char* bad : {"<a href=\"/a\">a</a><a href=\"sibling.txt\">s</a>", "<a href=\"x\">[p]</a><a href=\"/\">r</a>",
+                          "<a href=\"/a\">[d]</a><a href=\"\">e</a>", "<a href=\"/open"}) {
+    entries.clear();
+    CZoError e = request.Base().collectFilesAndDir(dir.Write("bad.html", bad), &entries, "");
+    EXPECT_TRUE(e.Is(IntCode(101))) << bad << "\n" << e.AsString();
+    EXPECT_TRUE(Contains(e, "Invalid HTTP Reponse. Parsing the reponse file failed.")) << bad;
+  }
+}
