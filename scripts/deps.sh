@@ -19,7 +19,7 @@ packages=(
   nginx                                  # HTTP/HTTPS peer with Basic auth and DAV (the core package has both)
   tinyproxy                              # forward proxy with Basic authentication
   vsftpd                                 # FTP/FTPS peer
-  openssh-server                         # SFTP peer (sshd)
+  openssh-server openssh-client          # SFTP peer (sshd), ssh-keygen and sftp for its keys and checks
 )
 
 # Packages that start a system service on install, with the service's name.

@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <set>
 #include <sstream>
 
@@ -181,6 +182,34 @@ Spawned Spawn(const std::vector<std::string>& argv, int fd0, int fd1, int fd2, i
   return result;
 }
 
+// Orphans of a server (sessions whose parent went first) come to this
+// process rather than to init, so that stopping a server can wait for each
+// of them to be gone, not leave zombies for init to collect later.
+void BecomeSubreaper() {
+  static std::once_flag once;
+  std::call_once(once, [] { prctl(PR_SET_CHILD_SUBREAPER, 1); });
+}
+
+bool ProcessExists(pid_t pid) { return access(("/proc/" + std::to_string(pid)).c_str(), F_OK) == 0; }
+
+// Waits, at most a second or two, until every one of pids is gone: reaped
+// here when it has become this process's child, or by its own parent.
+void ReapOrphans(const std::vector<pid_t>& pids) {
+  auto deadline = Clock::now() + std::chrono::seconds(2);
+  std::vector<pid_t> left = pids;
+  while (!left.empty() && Clock::now() < deadline) {
+    std::vector<pid_t> still;
+    for (pid_t pid : left) {
+      pid_t got = waitpid(pid, nullptr, WNOHANG);
+      if (got == pid) continue;
+      if (got < 0 && errno == ECHILD && !ProcessExists(pid)) continue;
+      still.push_back(pid);
+    }
+    left.swap(still);
+    if (!left.empty()) std::this_thread::sleep_for(kPollStep);
+  }
+}
+
 std::string DescribeStatus(int status) {
   if (WIFEXITED(status)) return "exited with status " + std::to_string(WEXITSTATUS(status));
   if (WIFSIGNALED(status)) return "killed by signal " + std::to_string(WTERMSIG(status));
@@ -235,6 +264,12 @@ std::string ServerUnavailableReason(const std::string& tool) {
   std::string path = tool == "python3" ? Python() : FindProgram(tool);
   if (path.empty()) {
     return tool + " is not installed (Debian package " + PackageOf(tool) + "; scripts/deps.sh installs it)";
+  }
+  // These two run only in a private mount namespace (their logins and PAM
+  // service exist only there).
+  if (tool == "vsftpd" || tool == "sshd") {
+    std::string why = PrivateMountsUnavailableReason();
+    if (!why.empty()) return tool + " " + why;
   }
   return "";
 }
@@ -321,6 +356,38 @@ ProgramResult RunProgram(const std::vector<std::string>& argvIn, int timeoutMs) 
   return result;
 }
 
+std::string PatternBytes(uint64_t offset, size_t length) {
+  std::string bytes(length, '\0');
+  for (size_t i = 0; i < length; ++i) {
+    uint64_t at = offset + i;
+    // The low byte of a multiplicative hash of the block number, plus the
+    // position: different everywhere a test is likely to look.
+    uint64_t block = at >> 8;
+    bytes[i] = static_cast<char>(((block * 0x9E3779B97F4A7C15ULL) >> 56) + at);
+  }
+  return bytes;
+}
+
+bool WritePatternFile(const std::string& path, uint64_t bytes) {
+  MakeParents(path);
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  constexpr size_t kBlock = 1 << 20;
+  bool ok = true;
+  for (uint64_t done = 0; ok && done < bytes;) {
+    std::string block = PatternBytes(done, static_cast<size_t>(std::min<uint64_t>(kBlock, bytes - done)));
+    size_t written = 0;
+    while (ok && written < block.size()) {
+      ssize_t n = write(fd, block.data() + written, block.size() - written);
+      if (n < 0 && errno == EINTR) continue;
+      ok = n > 0;
+      if (ok) written += static_cast<size_t>(n);
+    }
+    done += block.size();
+  }
+  return close(fd) == 0 && ok;
+}
+
 int PickFreePort() {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return 0;
@@ -357,6 +424,7 @@ ChildProcess::~ChildProcess() { Stop(); }
 bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string& logFile, int* readyFd,
                          int lifetimeSeconds) {
   Stop();
+  BecomeSubreaper();
   m_error.clear();
   m_ended.clear();
   int log = HighCloexec(open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
@@ -387,6 +455,8 @@ bool ChildProcess::Start(const std::vector<std::string>& argv, const std::string
   if (readyFd != nullptr) *readyFd = ready[0];
   {
     std::lock_guard<std::mutex> lock(m_mutex);
+    m_name.clear();
+    for (const std::string& arg : argv) m_name += (m_name.empty() ? "" : " ") + arg;
     m_pid = child.pid;
     m_reaped = false;
     m_stopping = false;
@@ -400,7 +470,7 @@ void ChildProcess::Watch(int lifetimeSeconds) {
   if (m_wake.wait_for(lock, std::chrono::seconds(lifetimeSeconds), [this] { return m_stopping; })) return;
   if (m_reaped) return;
   // Past its lifetime: the test hangs or forgot it. Kill it; Stop() reaps.
-  fprintf(stderr, "zotest: killing %s (pid %d) after its lifetime of %d s\n", "a test server", m_pid,
+  fprintf(stderr, "zotest: killing %s (pid %d) after its lifetime of %d s\n", m_name.c_str(), m_pid,
           lifetimeSeconds);
   for (pid_t below : Descendants(m_pid)) kill(below, SIGKILL);
   kill(-m_pid, SIGKILL);
@@ -454,9 +524,10 @@ void ChildProcess::Stop(int graceMs) {
       }
     }
     // What was below it and is still there (orphans now) gets KILL: nothing a
-    // fixture started may outlive it.
+    // fixture started may outlive it, not even as a zombie.
     for (pid_t pid : below) kill(pid, SIGKILL);
     kill(-m_pid, SIGKILL);
+    ReapOrphans(below);
     std::lock_guard<std::mutex> lock(m_mutex);
     if (got == m_pid) {
       NoteEnd(status);
@@ -727,6 +798,12 @@ std::string NginxServer::AddFile(const std::string& relativePath, const std::str
   return m_dir.Write("www/" + rest, contents);
 }
 
+std::string NginxServer::AddPatternFile(const std::string& relativePath, uint64_t bytes) const {
+  std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
+  std::string path = m_root + "/" + rest;
+  return WritePatternFile(path, bytes) ? path : "";
+}
+
 std::string NginxServer::CaFile() const { return m_ca ? m_ca->CaFile() : ""; }
 
 std::string NginxServer::AccessLog() const { return ReadFile(m_dir.File("logs/access.log")); }
@@ -970,5 +1047,386 @@ std::vector<std::string> ForwardProxy::ForwardedUrls() const {
   }
   return urls;
 }
+
+}  // namespace zotest
+
+namespace zotest {
+
+// ---------------------------------------------------------------------------
+// Private mounts and logins
+
+std::string PrivateMountsUnavailableReason() {
+  static const std::string reason = [] {
+    if (geteuid() != 0) return std::string("needs root: the server runs in a private mount namespace");
+    if (FindProgram("unshare").empty()) return std::string("unshare is not installed (Debian package util-linux)");
+    ProgramResult probe = RunProgram({"unshare", "--mount", "--propagation", "private", "--", "true"}, 10000);
+    if (probe.status != 0) return "cannot make a mount namespace here: " + probe.err;
+    return std::string();
+  }();
+  return reason;
+}
+
+namespace {
+
+// The command that runs argv in a new mount namespace where each bind's
+// first file is mounted over its second (and, with privateRun, /run is an
+// empty tmpfs with the folder sshd wants), then runs the server. The
+// process ChildProcess started is unshare, which waits for the namespace's
+// init and kills it when it goes itself. Nothing is visible outside.
+std::vector<std::string> InPrivateMounts(const FixtureDir& dir,
+                                         const std::vector<std::pair<std::string, std::string>>& binds,
+                                         bool privateRun, const std::vector<std::string>& argv) {
+  std::string script = "#!/bin/sh\n# Written by the ZoNetwork test fixture: a private view for one server.\nset -e\n";
+  if (privateRun) script += "mount -t tmpfs -o mode=0755,size=1m zotest-run /run\nmkdir -m 0755 /run/sshd\n";
+  for (const auto& bind : binds) script += "mount --bind '" + bind.first + "' '" + bind.second + "'\n";
+  // The shell stays as the namespace's init and the server runs as its child:
+  // the init reaps every orphan (vsftpd's listener dies of a child it did not
+  // start), and the shell's wait collects any pid, not only its job's.
+  script += "\"$@\" &\nwait $!\n";
+  std::string path = dir.Write("private-mounts.sh", script, 0755);
+  // A PID namespace too: a session that its parent leaves behind is reaped
+  // inside it, not by anyone outside, and when its init dies the kernel ends
+  // and reaps all of them.
+  std::vector<std::string> command{FindProgram("unshare"), "--mount", "--propagation", "private", "--pid",
+                                   "--fork", "--kill-child", "--", "/bin/sh", path};
+  command.insert(command.end(), argv.begin(), argv.end());
+  return command;
+}
+
+// The lines of a passwd or shadow file without those for the given names,
+// so that a private login of the same name as a real account wins.
+std::string WithoutUsers(const std::string& file, const std::vector<std::string>& names) {
+  std::istringstream in(file);
+  std::string kept;
+  for (std::string line; std::getline(in, line);) {
+    std::string name = line.substr(0, line.find(':'));
+    if (std::find(names.begin(), names.end(), name) == names.end()) kept += line + "\n";
+  }
+  return kept;
+}
+
+// Private copies of /etc/passwd and /etc/shadow with the logins added
+// ("passwd" and "shadow" in dir); the binds that put them in place; "" or why not.
+std::string WritePrivateLogins(const FixtureDir& dir, const std::vector<PrivateLogin>& logins,
+                               std::vector<std::pair<std::string, std::string>>* binds) {
+  std::vector<std::string> names;
+  for (const PrivateLogin& login : logins) names.push_back(login.user);
+  std::string passwd = WithoutUsers(ReadFile("/etc/passwd"), names);
+  std::string shadow = WithoutUsers(ReadFile("/etc/shadow"), names);
+  if (passwd.empty()) return "cannot read /etc/passwd";
+  for (const PrivateLogin& login : logins) {
+    if (login.user.empty() || login.user.find_first_of(":\n ") != std::string::npos) {
+      return "a login name cannot be empty or hold ':', blanks or line ends";
+    }
+    std::string hash = "*";  // no password login
+    if (!login.password.empty()) {
+      // From a file: RunProgram's stdin is /dev/null, and an argument would
+      // show in the process list.
+      std::string file = dir.Write("password.tmp", login.password + "\n", 0600);
+      ProgramResult made = RunProgram({"openssl", "passwd", "-6", "-in", file}, 10000);
+      unlink(file.c_str());
+      if (made.status != 0 || made.out.empty()) return "openssl passwd failed: " + made.err;
+      hash = made.out.substr(0, made.out.find('\n'));
+    }
+    passwd += login.user + ":x:" + std::to_string(login.uid) + ":" + std::to_string(login.gid) +
+              ":ZoNetwork test login:" + login.home + ":" + login.shell + "\n";
+    shadow += login.user + ":" + hash + ":19000:0:99999:7:::\n";
+  }
+  std::string passwdFile = dir.Write("passwd", passwd, 0644);
+  std::string shadowFile = dir.Write("shadow", shadow, 0600);
+  if (passwdFile.empty() || shadowFile.empty()) return "cannot write the private account files";
+  binds->push_back({passwdFile, "/etc/passwd"});
+  binds->push_back({shadowFile, "/etc/shadow"});
+  return "";
+}
+
+void ChownTree(const std::string& path, uid_t uid, gid_t gid) {
+  if (lchown(path.c_str(), uid, gid) != 0) return;
+  DIR* dir = opendir(path.c_str());
+  if (dir == nullptr) return;
+  while (dirent* entry = readdir(dir)) {
+    std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    ChownTree(path + "/" + name, uid, gid);
+  }
+  closedir(dir);
+}
+
+// The uid and gid that own the FTP tree and run its sessions: the
+// conventional "nobody", which needs no account of ours.
+constexpr uid_t kFtpUid = 65534;
+constexpr gid_t kFtpGid = 65534;
+// Anonymous sessions: a uid of no account, which only reads, and writes in upload/.
+constexpr uid_t kFtpAnonUid = 65533;
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// FtpServer
+
+FtpServer::FtpServer(const Options& options) : m_options(options) {
+  std::string why = ServerUnavailableReason("vsftpd");
+  if (why.empty()) why = PrivateMountsUnavailableReason();
+  if (why.empty()) why = ServerUnavailableReason("openssl");
+  if (why.empty() && !m_dir.Ok()) why = "cannot make a temporary folder";
+  if (why.empty() && (m_options.tls || m_options.implicitTls)) {
+    m_ca.reset(new ThrowawayCA());
+    if (!m_ca->Ok()) why = "no certificate: " + m_ca->Reason();
+  }
+  if (!why.empty()) {
+    m_reason = why;
+    return;
+  }
+  // The login's uid changes to its root by path before the chroot, so the
+  // fixture's folder must be traversable (not readable) by it.
+  chmod(m_dir.Path().c_str(), 0711);
+  m_root = m_dir.MakeDir("root");
+  m_dir.MakeDir("empty");
+  ChownTree(m_root, kFtpUid, kFtpGid);
+  m_dir.MakeDir("root/upload", 0777);
+  std::vector<PrivateLogin> logins;
+  PrivateLogin anonymous;
+  anonymous.user = "zotest-anon";
+  // Not the tree's owner: vsftpd refuses an anonymous session whose root it
+  // may write to, whatever allow_writeable_chroot says.
+  anonymous.uid = kFtpAnonUid;
+  anonymous.gid = kFtpGid;
+  anonymous.home = m_root;
+  anonymous.shell = "/usr/sbin/nologin";
+  logins.push_back(anonymous);
+  if (!m_options.user.empty()) {
+    PrivateLogin login;
+    login.user = m_options.user;
+    login.password = m_options.password;
+    login.uid = kFtpUid;
+    login.gid = kFtpGid;
+    login.home = m_root;
+    logins.push_back(login);
+  }
+  std::vector<std::pair<std::string, std::string>> binds;
+  why = WritePrivateLogins(m_dir, logins, &binds);
+  if (!why.empty()) {
+    m_reason = why;
+    return;
+  }
+  // A PAM service of its own that checks the private shadow file, without
+  // the machine's policy (ftpusers, shells) and without delays.
+  std::string pamDir = m_dir.MakeDir("pam.d");
+  m_dir.Write("pam.d/zotest-ftp",
+              "auth required pam_unix.so nodelay\naccount required pam_unix.so\nsession required pam_permit.so\n");
+  binds.push_back({pamDir, "/etc/pam.d"});
+
+  for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
+    m_port = PickFreePort();
+    if (m_port == 0) {
+      m_reason = "no free port";
+      return;
+    }
+    bool tls = m_options.tls || m_options.implicitTls;
+    std::ostringstream conf;
+    conf << "# Written by the ZoNetwork test fixture.\n"
+         << "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\nlisten_port=" << m_port << "\n"
+         << "background=NO\n"
+         // The sandboxes want kernel features a container may lack; the
+         // fixture's jail is the chroot and the private mounts.
+         << "seccomp_sandbox=NO\nisolate=NO\nisolate_network=NO\n"
+         << "secure_chroot_dir=" << m_dir.File("empty") << "\n"
+         << "pam_service_name=zotest-ftp\n"
+         << "anonymous_enable=" << (m_options.anonymous ? "YES" : "NO") << "\n"
+         << "anon_root=" << m_root << "\nno_anon_password=YES\nftp_username=zotest-anon\n"
+         << "anon_upload_enable=YES\nanon_mkdir_write_enable=YES\nanon_other_write_enable=YES\n"
+         << "anon_world_readable_only=NO\nanon_umask=022\n"
+         << "local_enable=" << (m_options.user.empty() ? "NO" : "YES") << "\n"
+         << "local_root=" << m_root << "\nchroot_local_user=YES\nallow_writeable_chroot=YES\nlocal_umask=022\n"
+         << "write_enable=YES\ndirlist_enable=YES\ndownload_enable=YES\n"
+         << "connect_from_port_20=NO\nidle_session_timeout=120\ndata_connection_timeout=60\n"
+         << "vsftpd_log_file=" << m_dir.File("vsftpd.log") << "\n"
+         << "xferlog_enable=YES\nlog_ftp_protocol=YES\n";
+    if (tls) {
+      conf << "ssl_enable=YES\n"
+           << "rsa_cert_file=" << m_ca->CertFile() << "\nrsa_private_key_file=" << m_ca->KeyFile() << "\n"
+           << "ssl_ciphers=HIGH\nrequire_ssl_reuse=NO\nallow_anon_ssl=YES\n"
+           << "force_anon_logins_ssl=NO\nforce_anon_data_ssl=NO\n"
+           << "force_local_logins_ssl=YES\nforce_local_data_ssl=YES\n"
+           << "implicit_ssl=" << (m_options.implicitTls ? "YES" : "NO") << "\n";
+    }
+    std::string confFile = m_dir.Write("vsftpd.conf", conf.str(), 0600);
+    std::vector<std::string> argv = InPrivateMounts(m_dir, binds, false, {FindProgram("vsftpd"), confFile});
+    if (!m_child.Start(argv, m_dir.File("output.log"))) {
+      m_reason = m_child.Error();
+      return;
+    }
+    std::string failure = WaitUntilAccepting(m_child, m_port, kServerStartSeconds * 1000);
+    if (failure.empty()) {
+      m_ok = true;
+      m_reason.clear();
+      return;
+    }
+    m_child.Stop(0);
+    std::string output = ReadFile(m_dir.File("output.log"));
+    m_reason = "vsftpd: " + failure + "\n--- output ---\n" + Tail(output) + "\n--- log ---\n" + Tail(Log());
+    if (output.find("could not bind") == std::string::npos) return;
+  }
+}
+
+// The server is a PID namespace's init, which takes no TERM from outside
+// (it has no handler for it): KILL at once.
+FtpServer::~FtpServer() { m_child.Stop(0); }
+
+std::string FtpServer::Url(const std::string& path) const {
+  std::string rest = !path.empty() && path[0] == '/' ? path.substr(1) : path;
+  return std::string(m_options.implicitTls ? "ftps" : "ftp") + "://localhost:" + std::to_string(m_port) + "/" + rest;
+}
+
+std::string FtpServer::AddFile(const std::string& relativePath, const std::string& contents) const {
+  std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
+  std::string path = m_dir.Write("root/" + rest, contents);
+  if (!path.empty()) ChownTree(m_root, kFtpUid, kFtpGid);
+  return path;
+}
+
+std::string FtpServer::AddDir(const std::string& relativePath) const {
+  std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
+  std::string path = m_dir.MakeDir("root/" + rest);
+  ChownTree(m_root, kFtpUid, kFtpGid);
+  return path;
+}
+
+std::string FtpServer::CaFile() const { return m_ca ? m_ca->CaFile() : ""; }
+
+std::string FtpServer::Log() const { return ReadFile(m_dir.File("vsftpd.log")); }
+
+// ---------------------------------------------------------------------------
+// SshServer
+
+namespace {
+std::string RunKeygen(const std::vector<std::string>& args, std::string* out = nullptr) {
+  std::vector<std::string> argv{"ssh-keygen"};
+  argv.insert(argv.end(), args.begin(), args.end());
+  ProgramResult run = RunProgram(argv, 30000);
+  if (out != nullptr) *out = run.out;
+  if (run.status == 0) return "";
+  return "ssh-keygen failed: " + Tail(run.err + run.out);
+}
+
+// "256 SHA256:abc... comment (ED25519)" -> "abc..."; "MD5:aa:bb:..." -> "aabb...".
+std::string FingerprintOf(const std::string& line, const std::string& prefix) {
+  size_t at = line.find(prefix);
+  if (at == std::string::npos) return "";
+  std::string value = line.substr(at + prefix.size());
+  value = value.substr(0, value.find(' '));
+  value.erase(std::remove(value.begin(), value.end(), ':'), value.end());
+  return value;
+}
+}  // namespace
+
+SshServer::SshServer(const Options& options) : m_options(options) {
+  std::string why = ServerUnavailableReason("sshd");
+  if (why.empty()) why = ServerUnavailableReason("ssh-keygen");
+  if (why.empty()) why = PrivateMountsUnavailableReason();
+  if (why.empty()) why = ServerUnavailableReason("openssl");
+  if (why.empty() && !m_dir.Ok()) why = "cannot make a temporary folder";
+  if (!why.empty()) {
+    m_reason = why;
+    return;
+  }
+  m_root = m_dir.MakeDir("root");
+  const std::string host = m_dir.File("host_ed25519");
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"-q", "-t", "ed25519", "-N", "", "-C", "zotest-host", "-f", host},
+        std::vector<std::string>{"-q", "-t", "rsa", "-b", "2048", "-m", "PEM", "-N", "", "-C", "zotest-client", "-f",
+                                 ClientKeyFile()},
+        std::vector<std::string>{"-q", "-t", "ed25519", "-N", "", "-C", "zotest-client", "-f",
+                                 ClientEd25519KeyFile()},
+        std::vector<std::string>{"-q", "-t", "rsa", "-b", "2048", "-m", "PEM", "-N", "", "-C", "zotest-stranger",
+                                 "-f", StrangerKeyFile()}}) {
+    why = RunKeygen(args);
+    if (!why.empty()) {
+      m_reason = why;
+      return;
+    }
+  }
+  std::string line;
+  RunKeygen({"-l", "-E", "sha256", "-f", host + ".pub"}, &line);
+  m_hostSha256 = FingerprintOf(line, "SHA256:");
+  RunKeygen({"-l", "-E", "md5", "-f", host + ".pub"}, &line);
+  m_hostMd5 = FingerprintOf(line, "MD5:");
+  m_dir.Write("authorized_keys", ReadFile(ClientPublicKeyFile()) + ReadFile(ClientEd25519PublicKeyFile()), 0600);
+
+  PrivateLogin login;
+  login.user = m_options.user;
+  login.password = m_options.password;
+  login.uid = 0;
+  login.gid = 0;
+  login.home = m_root;
+  std::vector<std::pair<std::string, std::string>> binds;
+  why = WritePrivateLogins(m_dir, {login}, &binds);
+  if (!why.empty()) {
+    m_reason = why;
+    return;
+  }
+  std::string hostPublic = ReadFile(host + ".pub");
+  hostPublic = hostPublic.substr(0, hostPublic.rfind(' '));  // without the comment
+
+  for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
+    m_port = PickFreePort();
+    if (m_port == 0) {
+      m_reason = "no free port";
+      return;
+    }
+    std::string port = std::to_string(m_port);
+    m_dir.Write("known_hosts",
+                "[localhost]:" + port + " " + hostPublic + "\n[127.0.0.1]:" + port + " " + hostPublic + "\n");
+    std::ostringstream conf;
+    conf << "# Written by the ZoNetwork test fixture.\n"
+         << "Port " << m_port << "\nListenAddress 127.0.0.1\n"
+         << "HostKey " << host << "\n"
+         << "PidFile " << m_dir.File("sshd.pid") << "\n"
+         << "AuthorizedKeysFile " << m_dir.File("authorized_keys") << "\n"
+         << "StrictModes no\nUsePAM no\nPermitRootLogin yes\n"
+         << "PubkeyAuthentication yes\n"
+         // libssh2 before 1.11 signs with ssh-rsa (SHA-1) only.
+         << "PubkeyAcceptedAlgorithms +ssh-rsa\n"
+         << "PasswordAuthentication " << (m_options.passwordAuth ? "yes" : "no") << "\n"
+         << "PermitEmptyPasswords no\nKbdInteractiveAuthentication no\n"
+         << "AllowUsers " << m_options.user << "\n"
+         << "Subsystem sftp internal-sftp\n"
+         << "ForceCommand internal-sftp -d " << m_root << "\n"
+         << "AllowTcpForwarding no\nAllowAgentForwarding no\nX11Forwarding no\nPermitTTY no\n"
+         << "PrintMotd no\nPrintLastLog no\nUseDNS no\n"
+         << "MaxAuthTries 10\nMaxStartups 100\nLoginGraceTime 30\n"
+         << "LogLevel VERBOSE\n";
+    std::string confFile = m_dir.Write("sshd_config", conf.str(), 0600);
+    std::vector<std::string> argv =
+        InPrivateMounts(m_dir, binds, true, {FindProgram("sshd"), "-D", "-e", "-f", confFile});
+    if (!m_child.Start(argv, m_dir.File("sshd.log"))) {
+      m_reason = m_child.Error();
+      return;
+    }
+    std::string failure = WaitUntilAccepting(m_child, m_port, kServerStartSeconds * 1000);
+    if (failure.empty()) {
+      m_ok = true;
+      m_reason.clear();
+      return;
+    }
+    m_child.Stop(0);
+    m_reason = "sshd: " + failure + "\n--- log ---\n" + Tail(Log());
+    if (Log().find("Address already in use") == std::string::npos) return;
+  }
+}
+
+SshServer::~SshServer() { m_child.Stop(0); }
+
+std::string SshServer::Url(const std::string& path) const {
+  std::string rest = !path.empty() && path[0] == '/' ? path.substr(1) : path;
+  return "sftp://localhost:" + std::to_string(m_port) + m_root + "/" + rest;
+}
+
+std::string SshServer::AddFile(const std::string& relativePath, const std::string& contents) const {
+  std::string rest = !relativePath.empty() && relativePath[0] == '/' ? relativePath.substr(1) : relativePath;
+  return m_dir.Write("root/" + rest, contents);
+}
+
+std::string SshServer::Log() const { return ReadFile(m_dir.File("sshd.log")); }
 
 }  // namespace zotest

@@ -12,6 +12,11 @@
 // signal belongs to the thread that started the child: make a fixture on a
 // thread that outlives it (the test's own thread, normally).
 //
+// The first fixture makes the test process a child subreaper
+// (PR_SET_CHILD_SUBREAPER): a server's sessions that outlive it become the
+// test's children, so that stopping the server reaps them too and leaves no
+// zombie behind.
+//
 // Every fixture also has a lifetime limit (kServerLifetimeSeconds), after
 // which a watchdog kills its server, so that a hung test cannot keep one.
 //
@@ -27,6 +32,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,7 +48,9 @@ constexpr int kServerStartSeconds = 15;
 
 // "" when the tool can run here, else why not; a missing program names the
 // Debian package that brings it. Tools: "nginx", "tinyproxy", "vsftpd",
-// "sshd", "python3", "openssl", "curl", "ssh".
+// "sshd", "python3", "openssl", "curl", "ssh", "sftp", "ssh-keygen". For
+// "vsftpd" and "sshd" it also tells whether their fixtures can run here
+// (root and a mount namespace, see PrivateMountsUnavailableReason).
 std::string ServerUnavailableReason(const std::string& tool);
 
 // The full path of a program (searched in PATH, then /usr/sbin, /sbin,
@@ -61,6 +69,14 @@ ProgramResult RunProgram(const std::vector<std::string>& argv, int timeoutMs = 1
 
 // The contents of a file; "" when it cannot be read.
 std::string ReadFile(const std::string& path);
+
+// Bytes of a fixed, position-dependent pattern (not a short repetition), for
+// large files whose contents a test can check anywhere without keeping them:
+// PatternBytes(offset, n) is bytes offset..offset+n-1 of every such file.
+std::string PatternBytes(uint64_t offset, size_t length);
+// Writes bytes of the pattern to path, in blocks (never the whole file in
+// memory); whether it could.
+bool WritePatternFile(const std::string& path, uint64_t bytes);
 
 // A port on 127.0.0.1 that was free a moment ago (bound with port 0, then
 // released); 0 when none could be had. A server started on it may still lose
@@ -103,7 +119,7 @@ private:
 
   pid_t m_pid = -1;
   bool m_reaped = true;
-  std::string m_error, m_ended;
+  std::string m_error, m_ended, m_name;
   std::mutex m_mutex;
   std::condition_variable m_wake;
   bool m_stopping = false;
@@ -196,6 +212,9 @@ public:
   const std::string& Root() const { return m_root; }
   // Writes a file below Root() (folders made on the way); its full path.
   std::string AddFile(const std::string& relativePath, const std::string& contents) const;
+  // Writes a file of bytes bytes of the pattern (PatternBytes) below Root(),
+  // for large downloads; its full path, "" on failure.
+  std::string AddPatternFile(const std::string& relativePath, uint64_t bytes) const;
   // The throwaway CA that signed its certificate (tls only; "" otherwise).
   std::string CaFile() const;
   // The contents of its access log so far (nginx's "combined" format).
@@ -275,6 +294,8 @@ private:
 // CONNECT tunnels to any port are allowed, from 127.0.0.1 only.
 class ForwardProxy {
 public:
+  // Basic auth with user and password; an empty user: no authentication.
+  // Neither may hold blanks or quotes (tinyproxy's configuration cannot).
   ForwardProxy(const std::string& user, const std::string& password);
   ~ForwardProxy();
   ForwardProxy(const ForwardProxy&) = delete;
@@ -298,6 +319,127 @@ private:
   bool m_ok = false;
   int m_port = 0;
   std::string m_reason;
+};
+
+// Why servers cannot be given a private view of the system's files here
+// ("" when they can): that needs root and a mount namespace (unshare).
+std::string PrivateMountsUnavailableReason();
+
+// A login that exists only for one server: a line of a private copy of
+// /etc/passwd and /etc/shadow, bind-mounted over the real ones in a mount
+// namespace that only the server's processes see. The real files are never
+// written; no account is added to the machine.
+struct PrivateLogin {
+  std::string user, password;
+  int uid = 65534, gid = 65534;
+  std::string home, shell = "/bin/sh";
+};
+
+// vsftpd on 127.0.0.1, a free port, with configuration, PAM service, logs and
+// the served tree in a temp dir. Needs root: it runs in a private mount
+// namespace where its PAM service, its login (Options::user, uid 65534) and
+// its anonymous account exist, and both are jailed (chroot) in Root().
+// Plain FTP, explicit FTPS (AUTH TLS) or implicit FTPS with a throwaway CA.
+// Root() and everything below it belong to the login's uid, so the login may
+// read, write, rename and delete anywhere in it. Anonymous sessions run as
+// another uid: they read everything and write only in upload/ (mode 0777),
+// because vsftpd refuses an anonymous root that the session could write to.
+// vsftpd answers a wrong password after a one-second delay of its own.
+class FtpServer {
+public:
+  struct Options {
+    bool tls = false;          // explicit FTPS: AUTH TLS; the login must use it (anonymous may not)
+    bool implicitTls = false;  // implicit FTPS (TLS from the first byte; Url() gives ftps://)
+    std::string user = "tester", password = "secret";  // the login; empty user: anonymous only
+    bool anonymous = true;     // anonymous (or "ftp") login without a password
+  };
+  explicit FtpServer(const Options& options);
+  ~FtpServer();
+  FtpServer(const FtpServer&) = delete;
+  FtpServer& operator=(const FtpServer&) = delete;
+
+  bool Ok() const { return m_ok; }
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+  // "ftp://localhost:PORT/path" ("ftps://" with implicitTls); path is below Root().
+  std::string Url(const std::string& path) const;
+  // The served tree, which is "/" to its clients.
+  const std::string& Root() const { return m_root; }
+  // Writes a file below Root(), owned by the login's uid; its full path.
+  std::string AddFile(const std::string& relativePath, const std::string& contents) const;
+  // Makes a folder below Root(), owned by the login's uid; its full path.
+  std::string AddDir(const std::string& relativePath) const;
+  // The throwaway CA that signed its certificate (tls or implicitTls; "" otherwise).
+  std::string CaFile() const;
+  // Its log so far: every command and answer, and each transfer.
+  std::string Log() const;
+
+private:
+  Options m_options;
+  FixtureDir m_dir{"ftp"};
+  std::unique_ptr<ThrowawayCA> m_ca;
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason, m_root;
+};
+
+// OpenSSH's sshd on 127.0.0.1, a free port, with its own host key, config,
+// authorized_keys and client keys in a temp dir; SFTP only (internal-sftp).
+// Needs root: it runs in a private mount namespace where its login
+// (Options::user, uid 0, home Root()) exists with a throwaway password, and
+// where /run is a private tmpfs for its privilege-separation folder. The
+// login is uid 0 so that it reaches the temp dir; it is not jailed, so paths
+// are absolute: Url() puts Root() in front.
+class SshServer {
+public:
+  struct Options {
+    std::string user = "tester", password = "secret";  // the login
+    bool passwordAuth = true;  // accept the password (keys are always accepted)
+  };
+  explicit SshServer(const Options& options);
+  ~SshServer();
+  SshServer(const SshServer&) = delete;
+  SshServer& operator=(const SshServer&) = delete;
+
+  bool Ok() const { return m_ok; }
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+  const std::string& User() const { return m_options.user; }
+  const std::string& Password() const { return m_options.password; }
+  // "sftp://localhost:PORT" + Root() + "/" + path. Root() is also the
+  // login's home, so "sftp://localhost:PORT/~/path" names the same file.
+  std::string Url(const std::string& path) const;
+  // The folder the tests use; the session starts there.
+  const std::string& Root() const { return m_root; }
+  // Writes a file below Root(); its full path.
+  std::string AddFile(const std::string& relativePath, const std::string& contents) const;
+  // The client's private key that authorized_keys accepts: RSA in the PEM
+  // form that every libssh2 reads; and its public half.
+  std::string ClientKeyFile() const { return m_dir.File("client_rsa"); }
+  std::string ClientPublicKeyFile() const { return m_dir.File("client_rsa.pub"); }
+  // An Ed25519 client key (OpenSSH form), also accepted; and its public half.
+  std::string ClientEd25519KeyFile() const { return m_dir.File("client_ed25519"); }
+  std::string ClientEd25519PublicKeyFile() const { return m_dir.File("client_ed25519.pub"); }
+  // A private key that authorized_keys does not list.
+  std::string StrangerKeyFile() const { return m_dir.File("stranger_rsa"); }
+  // A known_hosts file with its one host key (Ed25519) for localhost and
+  // 127.0.0.1 on its port.
+  std::string KnownHostsFile() const { return m_dir.File("known_hosts"); }
+  // The host key's SHA-256 fingerprint, base64 without padding (as curl's
+  // --hostpubsha256 wants it), and its MD5 as 32 hex digits.
+  const std::string& HostKeySha256() const { return m_hostSha256; }
+  const std::string& HostKeyMd5() const { return m_hostMd5; }
+  // Its log so far (sshd -e, LogLevel VERBOSE).
+  std::string Log() const;
+
+private:
+  Options m_options;
+  FixtureDir m_dir{"ssh"};
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason, m_root, m_hostSha256, m_hostMd5;
 };
 
 }  // namespace zotest
