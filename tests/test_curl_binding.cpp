@@ -153,6 +153,7 @@ TEST(CurlBindingThreads, ManyFirstCallsAtOnceLoadAndInitialiseCurlOnce) {
   ProbeRun run = copy.Run("threads 24");
   ASSERT_EQ(run.status, 0) << run.output;
   EXPECT_EQ(run.values.at("same"), "24");
+  EXPECT_EQ(run.values.at("result"), "Couldn't connect to server");
   EXPECT_NE(run.values.at("version").find("libcurl/"), std::string::npos);
   EXPECT_EQ(Count(run.log, "loaded"), 1u);
   EXPECT_EQ(Count(run.log, "global_init 3"), 1u);
