@@ -218,5 +218,6 @@ BENCHMARK(BM_Download1GiB_CurlTool)->Arg(0)->Unit(benchmark::kMillisecond)->UseR
 BENCHMARK(BM_Download1GiB_Library)->Args({0, 1})->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_Download1GiB_Library)->Args({1, 0})->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_Download1GiB_CurlTool)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(BM_Download1GiB_Library)->Args({1, 1})->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_SmallGets_Library)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 BENCHMARK(BM_SmallGets_CurlTool)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
