@@ -765,15 +765,23 @@ TEST_F(CurlRequest, ARefusedConnection) {
 TEST_F(CurlRequest, AnUnresolvableNameFromTheTestsOwnHostsFile) {
   ZOTEST_REQUIRE_HOSTS_NAMESPACE();
   int status = zotest::RunWithHostsFile("127.0.0.1 known.test\n", [] {
-    HttpReq request;
-    ZOTEST_CHILD_CHECK(!request.initialize(0).IsError());
-    request.setURL("unknown.test");
-    std::string body;
-    request.setWriteFunctionPointer(&body, CollectInto);
-    CZoError e = request.download("/x", kNone);
-    if (!IsXnCURL(e, CURLE_COULDNT_RESOLVE_HOST)) fprintf(stderr, "%s\n", e.AsString().c_str());
-    ZOTEST_CHILD_CHECK(IsXnCURL(e, CURLE_COULDNT_RESOLVE_HOST));
-    ZOTEST_CHILD_CHECK(e.AsString().find("XnProtocolReq::download") != std::string::npos);
+    {
+      HttpReq warm;  // what curl opens once for the process
+      ZOTEST_CHILD_CHECK(!warm.initialize(0).IsError());
+    }
+    const std::vector<int> before = zotest::OpenDescriptors();
+    {
+      HttpReq request;
+      ZOTEST_CHILD_CHECK(!request.initialize(0).IsError());
+      request.setURL("unknown.test");
+      std::string body;
+      request.setWriteFunctionPointer(&body, CollectInto);
+      CZoError e = request.download("/x", kNone);
+      if (!IsXnCURL(e, CURLE_COULDNT_RESOLVE_HOST)) fprintf(stderr, "%s\n", e.AsString().c_str());
+      ZOTEST_CHILD_CHECK(IsXnCURL(e, CURLE_COULDNT_RESOLVE_HOST));
+      ZOTEST_CHILD_CHECK(e.AsString().find("XnProtocolReq::download") != std::string::npos);
+    }
+    ZOTEST_CHILD_CHECK(zotest::OpenDescriptors() == before);
     return 0;
   });
   EXPECT_EQ(status, 0);
