@@ -38,6 +38,10 @@ const zonet::Command* Commands(size_t& count) {
       // ping
       {"ping", "HOST [-c COUNT] [-s SIZE] [-W SECONDS]",
        "ICMP echo to HOST (raw socket: root or CAP_NET_RAW); a line per attempt and a summary", zonet::CmdPing},
+      {"http", "get URL [-o FILE] | put FILE URL | head URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
+       "one HTTP or HTTPS request: GET to standard output or FILE (a progress line on long transfers), PUT of a "
+       "file, or HEAD with the answer's headers",
+       zonet::CmdHttp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -31,5 +31,10 @@
 #include "ZoNetwork/QosWaveApi.h"
 // ping
 #include "ZoNetwork/ZoPing.h"
+// requests over libcurl: binding, error domain, engine, HTTP
+#include "ZoNetwork/CurlWrapper.h"
+#include "ZoNetwork/XnCURLError.h"
+#include "ZoNetwork/XnHTTPReq.h"
+#include "ZoNetwork/XnProtocolReq.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
