@@ -33,12 +33,13 @@ TEST(CurlOptions, TheFirstInitializeSetsNoTimeOutAndASecondOneSets1080Seconds) {
   EXPECT_EQ(run.values.at("first"), "ok");
   EXPECT_EQ(run.values.at("second"), "ok");
   // The defaults in their order; no bundle in the current directory, so none
-  // is handed to curl.
+  // is handed to curl. A new handle first gets the curl tool's receive buffer
+  // of 100 KiB (option 98).
   EXPECT_EQ(Section(run.log, "first initialize"),
-            (Lines_{"loaded", "global_init 3", "easy_init", "setopt 10010 pointer", "setopt 52 0", "setopt 64 1",
+            (Lines_{"loaded", "global_init 3", "easy_init", "setopt 98 102400", "setopt 10010 pointer", "setopt 52 0", "setopt 64 1",
                     "setopt 81 2", "setopt 216 16"}));
   EXPECT_EQ(Section(run.log, "second initialize"),
-            (Lines_{"easy_init", "setopt 13 1080", "setopt 10010 pointer", "setopt 52 0", "setopt 64 1",
+            (Lines_{"easy_init", "setopt 98 102400", "setopt 13 1080", "setopt 10010 pointer", "setopt 52 0", "setopt 64 1",
                     "setopt 81 2", "setopt 216 16"}));
 }
 

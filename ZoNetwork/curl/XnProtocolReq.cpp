@@ -17,7 +17,16 @@ namespace XnCURL {
 bool XnProtocolReq::m_gbInit = false;
 void** XnProtocolReq::ssl_mutex = nullptr;
 
-CurlHandleHolder::CurlHandleHolder() : m_curlHandle(xn_curl_easy_init()) {}
+// curl's own receive buffer is 16 KiB; its command-line tool asks for 100
+// KiB, and a download that hands six times as many pieces to the write
+// function runs at little more than half the tool's speed. The handle is
+// given the tool's size once, where it is made, so that every request of the
+// object reads in the same pieces the tool does; nothing else changes.
+static const long kReceiveBufferBytes = 100L * 1024L;
+
+CurlHandleHolder::CurlHandleHolder() : m_curlHandle(xn_curl_easy_init()) {
+  if (m_curlHandle != nullptr) (void)xn_curl_easy_setopt(m_curlHandle, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
+}
 
 CurlHandleHolder::~CurlHandleHolder() {
   if (m_curlHandle != nullptr) {
