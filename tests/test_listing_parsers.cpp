@@ -10,6 +10,7 @@
 
 #include "curl/FtpSupport.h"
 #include "curl/RequestSupport.h"
+#include "support/Servers.h"
 #include "support/TestSupport.h"
 
 using namespace XnCURL;
@@ -213,6 +214,40 @@ TEST_F(HttpListing, AMegabyteOfLowerCaseLinksParsesInLinearTime) {
   ASSERT_EQ(entries.size(), links);
   EXPECT_EQ(entries.back().m_name, "HREF");
   EXPECT_LT(seconds, 1.0);
+}
+
+TEST(HttpListingLive, APageFetchedFromTheServerThenParsed) {
+  ZOTEST_REQUIRE_TOOL("python3");
+  zotest::FdLeakCheck leaks;
+  zotest::ScriptedHttpPeer::Reply reply;
+  reply.raw = zotest::ScriptedHttpPeer::Response(
+      200, "OK", {"Content-Type: text/html"},
+      "<html><head><title>localhost - /files/</title></head><body><H1>localhost - /files/</H1><hr>\r\n"
+      "<pre><A HREF=\"/\">[To Parent Directory]</A><br><br>"
+      " 11/22/2026  7:00 PM        &lt;dir&gt; <A HREF=\"/files/My%20Docs/\">My Docs</A><br>"
+      " 11/22/2026  7:01 PM           15 <A HREF=\"/files/report%2B1.txt\">report+1.txt</A><br>"
+      " 11/22/2026  7:02 PM          120 <A HREF=\"/files/web.config\">web.config</A><br>"
+      "</pre><hr></body></html>\r\n");
+  zotest::ScriptedHttpPeer peer({reply});
+  ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::TempDir dir;
+  HttpReq request;
+  ASSERT_FALSE(request.initialize(0).IsError());
+  request.setURL("localhost");
+  request.setPortNumber(std::to_string(peer.Port()));
+  const std::string saved = dir.File("page.html");
+  FILE* out = fopen(saved.c_str(), "wb");
+  request.setWriteFunctionPointer(out, &WriteToFile);
+  CZoError e = request.getFilesAndDirsInfoInFile("files");
+  fclose(out);
+  ASSERT_FALSE(e.IsError()) << e.AsString();
+  ASSERT_TRUE(peer.WaitForRequests(1));
+  EXPECT_EQ(RequestLine(peer.Requests()[0]), "GET /files/ HTTP/1.1");
+  std::vector<FileDirInfo> entries;
+  ASSERT_FALSE(request.Base().collectFilesAndDir(saved, &entries, "").IsError());
+  EXPECT_EQ(Names(entries), (Strings{"My Docs", "report+1.txt"}));
+  EXPECT_EQ(entries[0].m_isFile, 0);
+  EXPECT_EQ(entries[1].m_isFile, 1);
 }
 
 // ---- name listings ----
