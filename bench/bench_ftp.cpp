@@ -58,6 +58,14 @@ struct Peers {
         return;
       }
     }
+    // Read once here, so that the page cache holds the files before the first
+    // row: whichever row came first would otherwise pay for filling it.
+    for (const std::string& path : {ftp->Root() + "/big.bin", ssh->Root() + "/big.bin"}) {
+      std::ifstream in(path, std::ios::binary);
+      std::vector<char> chunk(1 << 20);
+      while (in.read(chunk.data(), static_cast<std::streamsize>(chunk.size()))) {
+      }
+    }
     { std::ofstream(source, std::ios::binary); }
     if (truncate(source.c_str(), kBig) != 0) {
       why = "cannot make the source file";
