@@ -121,6 +121,10 @@ TEST(FtpRequest, TheURLCompositionTable) {
       // lower case only, so an upper-case one gets a second.
       {"host//", "a", "", "ftp://host//a"},
       {"FTP://host", "a", "", "ftp://FTP://host/a"},
+      // Implicit FTPS cannot be asked for: "ftps://" holds no "ftp://".
+      {"ftps://host", "a", "", "ftp://ftps://host/a"},
+      // "sftp://" does hold it: no second scheme.
+      {"sftp://host", "a", "", "sftp://host/a"},
       {"host", "x/", "", "ftp://host/x/"},
   };
   const int closed = ClosedPort();
