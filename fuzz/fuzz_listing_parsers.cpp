@@ -26,9 +26,15 @@ XnCURL::XnProtocolReq& Object() {
   return *request;
 }
 
+// The one scratch file of the run, removed when the process ends.
+struct Scratch {
+  std::string path = "/tmp/fuzz_listing_" + std::to_string(getpid());
+  ~Scratch() { unlink(path.c_str()); }
+};
+
 const std::string& Path() {
-  static const std::string path = "/tmp/fuzz_listing_" + std::to_string(getpid());
-  return path;
+  static Scratch scratch;
+  return scratch.path;
 }
 
 }  // namespace
