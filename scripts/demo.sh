@@ -119,3 +119,45 @@ CONF
 else
   printf '\n$ zonet http get ...\n(skipped: nginx is not installed; scripts/deps.sh installs it)\n'
 fi
+
+# FTP: a listing and a download from a vsftpd of the demo's own, anonymous
+# and read-only, on a free loopback port (needs root, vsftpd and the ftp
+# account that its package makes).
+if [ "$(id -u)" -eq 0 ] && command -v vsftpd >/dev/null 2>&1 && [ -d "$(getent passwd ftp | cut -d: -f6)" ]; then
+  ftp_dir=$(mktemp -d)
+  chmod 755 "$ftp_dir"
+  mkdir -p "$ftp_dir/root/pub" "$ftp_dir/empty"
+  printf 'hello from the demo vsftpd\n' >"$ftp_dir/root/pub/hello.txt"
+  ftp_port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  cat >"$ftp_dir/vsftpd.conf" <<CONF
+listen=YES
+listen_ipv6=NO
+listen_address=127.0.0.1
+listen_port=$ftp_port
+background=NO
+seccomp_sandbox=NO
+isolate=NO
+isolate_network=NO
+secure_chroot_dir=$ftp_dir/empty
+anonymous_enable=YES
+no_anon_password=YES
+ftp_username=ftp
+anon_root=$ftp_dir/root
+local_enable=NO
+write_enable=NO
+vsftpd_log_file=$ftp_dir/vsftpd.log
+CONF
+  vsftpd "$ftp_dir/vsftpd.conf" &
+  ftp_pid=$!
+  for _ in $(seq 100); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$ftp_port") 2>/dev/null && break
+    sleep 0.05
+  done
+  run ftp ls "ftp://127.0.0.1:$ftp_port/pub"
+  run ftp get "ftp://127.0.0.1:$ftp_port/pub/hello.txt"
+  kill "$ftp_pid" 2>/dev/null || true
+  wait "$ftp_pid" 2>/dev/null || true
+  rm -rf "$ftp_dir"
+else
+  printf '\n$ zonet ftp ls ftp://127.0.0.1:PORT/pub\n(skipped: a demo vsftpd needs root, vsftpd and its ftp account)\n'
+fi

@@ -147,6 +147,9 @@ TEST(Exports, TheCurlLayerShowsItsFace) {
   EXPECT_TRUE(network.Has("_ZN6XnCURL13XnProtocolReq10SendReqestEv"));
   EXPECT_TRUE(network.Has("_ZN6XnCURL13XnProtocolReq11setProyAuthEl"));
   EXPECT_TRUE(network.Has("_ZN6XnCURL9XnHTTPReqC1ENS_12HTTPProtocolE"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL8XnFTPReqC1Ev"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL8XnFTPReq6setSSLEv"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL9XnSFTPReqC1EOS0_"));
   EXPECT_FALSE(network.Has("_ZN10zonet_curl16ErrorBufferTextEPKc"));
   EXPECT_FALSE(network.Has("_ZN19zonet_curl_platform13OwnModulePathERNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"));
 }

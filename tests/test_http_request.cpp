@@ -470,9 +470,10 @@ TEST(HttpRequest, ASavedDirectoryPageReadBack) {
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_EQ(entries[0].m_name, "x");
 
-  // A bare relative name, a lone slash and an empty link end the parse.
+  // A bare relative name and a lone slash end the parse (the empty link text
+  // is in test_listing_parsers).
   for (const char* bad : {"<a href=\"/a\">a</a><a href=\"sibling.txt\">s</a>", "<a href=\"x\">[p]</a><a href=\"/\">r</a>",
-                          "<a href=\"/a\">[d]</a><a href=\"\">e</a>", "<a href=\"/open"}) {
+                          "<a href=\"/open"}) {
     entries.clear();
     CZoError e = request.Base().collectFilesAndDir(dir.Write("bad.html", bad), &entries, "");
     EXPECT_TRUE(e.Is(IntCode(101))) << bad << "\n" << e.AsString();

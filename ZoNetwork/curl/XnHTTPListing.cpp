@@ -1,6 +1,7 @@
 // The directory page of a web server, saved by a client, read back as one
 // level of entries. Not an HTML parser: it scans for link attributes.
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 #include "ZoNetwork/XnHTTPReq.h"
@@ -13,13 +14,35 @@ namespace {
 
 const char kInvalidPage[] = "Invalid HTTP Reponse. Parsing the reponse file failed.";
 
-// The next link attribute at or behind from: the upper-case form wins over a
-// lower-case one that stands ahead of it.
-size_t NextLink(const std::string& page, size_t from) {
-  size_t at = page.find("HREF=\"", from);
-  if (at == std::string::npos) at = page.find("href=\"", from);
-  return at;
-}
+// The next link attribute at or behind a position: the upper-case form wins
+// over a lower-case one that stands ahead of it. Positions only grow, so the
+// last answer of each search is kept and reused while it still lies ahead: a
+// page without any upper-case link is not searched to its end once per link.
+class LinkFinder {
+public:
+  explicit LinkFinder(const std::string& page) : m_page(page) {}
+  size_t Next(size_t from) {
+    size_t at = Find(m_upper, "HREF=\"", from);
+    if (at == std::string::npos) at = Find(m_lower, "href=\"", from);
+    return at;
+  }
+
+private:
+  struct Cache {
+    bool searched = false;
+    size_t at = std::string::npos;
+  };
+  size_t Find(Cache& cache, const char* form, size_t from) {
+    // None at or behind an earlier position: none behind a later one either.
+    if (cache.searched && (cache.at == std::string::npos || cache.at >= from)) return cache.at;
+    cache.searched = true;
+    cache.at = m_page.find(form, from);
+    return cache.at;
+  }
+  const std::string& m_page;
+  Cache m_upper;
+  Cache m_lower;
+};
 
 }  // namespace
 
@@ -55,7 +78,8 @@ CZoError XnHTTPReq::collectFilesAndDir(const std::string& responseFile, std::vec
   const std::string page(buffer);  // up to the first zero byte
   std::free(buffer);
 
-  size_t link = NextLink(page, 0);
+  LinkFinder finder(page);
+  size_t link = finder.Next(0);
   bool first = true;
   while (link != std::string::npos) {
     const size_t start = link + 6;
@@ -75,9 +99,9 @@ CZoError XnHTTPReq::collectFilesAndDir(const std::string& responseFile, std::vec
       if (!parentDecided) skip = text == parentLink;
     }
     if (!skip) {
-      // An empty link text has no last character; it ends the parse as a page
-      // that cannot be read, rather than with an exception.
-      if (text.empty()) return FXErrorUtil::ErrorInt(FXLOC("XnHTTPReq::collectFilesAndDir"), 101, kInvalidPage);
+      // An empty link text has no last character: the string's own
+      // out-of-range failure, thrown on purpose rather than left undefined.
+      if (text.empty()) throw std::out_of_range("invalid string position");
       bool directory = false;
       if (text.back() == '/') {
         text.pop_back();
@@ -97,7 +121,7 @@ CZoError XnHTTPReq::collectFilesAndDir(const std::string& responseFile, std::vec
         entries->push_back(entry);
       }
     }
-    link = NextLink(page, close);
+    link = finder.Next(close);
   }
   error = file.Close();
   if (error.IsError()) return error.Push(FXLOC("XnHTTPReq::collectFilesAndDir"));

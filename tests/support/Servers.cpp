@@ -1242,6 +1242,9 @@ FtpServer::FtpServer(const Options& options) : m_options(options) {
          << "connect_from_port_20=NO\nidle_session_timeout=120\ndata_connection_timeout=60\n"
          << "vsftpd_log_file=" << m_dir.File("vsftpd.log") << "\n"
          << "xferlog_enable=YES\nlog_ftp_protocol=YES\n";
+    if (m_options.maxRate > 0) {
+      conf << "local_max_rate=" << m_options.maxRate << "\nanon_max_rate=" << m_options.maxRate << "\n";
+    }
     if (tls) {
       conf << "ssl_enable=YES\n"
            << "rsa_cert_file=" << m_ca->CertFile() << "\nrsa_private_key_file=" << m_ca->KeyFile() << "\n"

@@ -352,6 +352,7 @@ public:
     bool implicitTls = false;  // implicit FTPS (TLS from the first byte; Url() gives ftps://)
     std::string user = "tester", password = "secret";  // the login; empty user: anonymous only
     bool anonymous = true;     // anonymous (or "ftp") login without a password
+    int maxRate = 0;           // bytes per second of each transfer, for login and anonymous; 0: no limit
   };
   explicit FtpServer(const Options& options);
   ~FtpServer();

@@ -1,5 +1,6 @@
 // zonet http: one request over the library's curl layer. GET to standard
-// output or a file, PUT of a file, HEAD with the answer's headers.
+// output or a file, PUT of a file, HEAD with the answer's headers, and the
+// entries of a server's directory page.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include "ZoNetwork/XnHTTPReq.h"
 #include "ZoUtils/ZoFile.h"
 #include "commands.h"
+#include "transfer.h"
 
 namespace zonet {
 
@@ -19,50 +21,9 @@ struct Options {
   bool insecure = false;
 };
 
-// What the body sink keeps: where the bytes go and how far it got, for the
-// progress line.
-struct Download {
-  FILE* out = nullptr;
-  unsigned long long received = 0;
-  std::chrono::steady_clock::time_point start, lastShown;
-  bool shown = false;
-};
-
-// A transfer that runs longer than a second shows a progress line on
-// standard error, renewed at most twice a second.
-void ShowProgress(Download& d, bool last) {
-  auto now = std::chrono::steady_clock::now();
-  double seconds = std::chrono::duration<double>(now - d.start).count();
-  if (!last && (seconds < 1.0 || now - d.lastShown < std::chrono::milliseconds(500))) return;
-  if (last && !d.shown) return;
-  d.lastShown = now;
-  d.shown = true;
-  double mib = static_cast<double>(d.received) / (1024.0 * 1024.0);
-  std::fprintf(stderr, "\r%.1f MiB received, %.1f MiB/s%s", mib, seconds > 0 ? mib / seconds : 0.0,
-               last ? "\n" : "");
-  std::fflush(stderr);
-}
-
-size_t Receive(char* data, size_t size, size_t count, void* context) {
-  Download& d = *static_cast<Download*>(context);
-  size_t written = std::fwrite(data, size, count, d.out);
-  d.received += static_cast<unsigned long long>(written) * size;
-  ShowProgress(d, false);
-  return written * size;
-}
-
 size_t PrintHeader(char* data, size_t size, size_t count, void* /*context*/) {
   std::fwrite(data, size, count, stdout);
   return size * count;
-}
-
-// The scheme and authority of a URL ("http://host:port"), or "" when it has
-// no scheme.
-std::string ServerOf(const std::string& url) {
-  size_t mark = url.find("://");
-  if (mark == std::string::npos) return "";
-  size_t slash = url.find('/', mark + 3);
-  return slash == std::string::npos ? url : url.substr(0, slash);
 }
 
 int Parse(const Args& args, Options& o) {
@@ -88,9 +49,9 @@ int Parse(const Args& args, Options& o) {
       plain.push_back(a);
     }
   }
-  if (plain.empty()) return UsageError("http: get, put or head wanted");
+  if (plain.empty()) return UsageError("http: get, put, head or ls wanted");
   o.verb = plain[0];
-  if (o.verb == "get" || o.verb == "head") {
+  if (o.verb == "get" || o.verb == "head" || o.verb == "ls") {
     if (plain.size() != 2) return UsageError("http: %s wants one URL", o.verb.c_str());
     o.url = plain[1];
   } else if (o.verb == "put") {
@@ -98,7 +59,7 @@ int Parse(const Args& args, Options& o) {
     o.file = plain[1];
     o.url = plain[2];
   } else {
-    return UsageError("http: unknown request '%s' (get, put or head)", o.verb.c_str());
+    return UsageError("http: unknown request '%s' (get, put, head or ls)", o.verb.c_str());
   }
   if (!o.output.empty() && o.verb != "get") return UsageError("http: -o goes with get only");
   if (ServerOf(o.url).empty()) return UsageError("http: '%s' is no URL (http://HOST[:PORT]/PATH)", o.url.c_str());
@@ -165,22 +126,28 @@ int CmdHttp(const Args& args) {
   const std::vector<XnCURL::commandInfo> none;
   int code = 0;
 
+  if (o.verb == "ls") {
+    // The page's links: "/" behind a directory.
+    e = PrintListing(request, o.url, true);
+    if (e.IsError()) return Fail(e.Push(FXLOC("zonet::CmdHttp")));
+    return 0;
+  }
+
   if (o.verb == "get") {
-    Download d;
-    d.out = o.output.empty() ? stdout : std::fopen(o.output.c_str(), "wb");
-    if (d.out == nullptr) {
+    Transfer d;
+    d.file = o.output.empty() ? stdout : std::fopen(o.output.c_str(), "wb");
+    if (d.file == nullptr) {
       return Fail(FXErrorUtil::ErrorWin32(FXLOC("zonet::CmdHttp"), errno, "cannot open %s", o.output.c_str()));
     }
-    d.start = d.lastShown = std::chrono::steady_clock::now();
-    request.setWriteFunctionPointer(&d, Receive);
+    request.setWriteFunctionPointer(&d, ReceiveInto);
     e = request.download(o.url.c_str(), none);
     ShowProgress(d, true);
-    if (d.out != stdout && std::fclose(d.out) != 0 && !e.IsError()) {
+    if (d.file != stdout && std::fclose(d.file) != 0 && !e.IsError()) {
       e = FXErrorUtil::ErrorWin32(FXLOC("zonet::CmdHttp"), errno, "cannot write %s", o.output.c_str());
     }
     request.getLastServerResponseCode(code);
     if (e.IsError()) return Fail(e.Push(FXLOC("zonet::CmdHttp"), "GET %s answered %d", o.url.c_str(), code));
-    if (!o.output.empty()) std::printf("HTTP %d, %llu bytes saved to %s\n", code, d.received, o.output.c_str());
+    if (!o.output.empty()) std::printf("HTTP %d, %llu bytes saved to %s\n", code, d.bytes, o.output.c_str());
     return 0;
   }
 

@@ -54,6 +54,10 @@ int CmdIfaces(const Args& args);
 int CmdPing(const Args& args);
 // requests over libcurl
 int CmdHttp(const Args& args);
+int CmdFtp(const Args& args);
+int CmdSftp(const Args& args);
+// What ftp and sftp share (cmd_ftp.cpp).
+int RunFileTransfer(const Args& args, bool sftp);
 
 }  // namespace zonet
 

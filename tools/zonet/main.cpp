@@ -38,10 +38,18 @@ const zonet::Command* Commands(size_t& count) {
       // ping
       {"ping", "HOST [-c COUNT] [-s SIZE] [-W SECONDS]",
        "ICMP echo to HOST (raw socket: root or CAP_NET_RAW); a line per attempt and a summary", zonet::CmdPing},
-      {"http", "get URL [-o FILE] | put FILE URL | head URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
+      {"http",
+       "get URL [-o FILE] | put FILE URL | head URL | ls URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
        "one HTTP or HTTPS request: GET to standard output or FILE (a progress line on long transfers), PUT of a "
-       "file, or HEAD with the answer's headers",
+       "file, HEAD with the answer's headers, or the entries of a directory page",
        zonet::CmdHttp},
+      {"ftp", "get URL [-o FILE] | put FILE URL | ls URL [--user U:P] [--ssl] [--insecure] [--active]",
+       "one FTP request (--ssl: explicit FTPS): download to standard output or FILE, upload of a file, or the "
+       "names of a directory; a progress line on long transfers",
+       zonet::CmdFtp},
+      {"sftp", "get URL [-o FILE] | put FILE URL | ls URL [--user U:P]",
+       "one SFTP request with a password or the key in ~/.ssh: download, upload, or the names of a directory",
+       zonet::CmdSftp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -34,7 +34,9 @@
 // requests over libcurl: binding, error domain, engine, HTTP
 #include "ZoNetwork/CurlWrapper.h"
 #include "ZoNetwork/XnCURLError.h"
+#include "ZoNetwork/XnFTPReq.h"
 #include "ZoNetwork/XnHTTPReq.h"
 #include "ZoNetwork/XnProtocolReq.h"
+#include "ZoNetwork/XnSFTPReq.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
