@@ -7,6 +7,10 @@
 // resolver would start a thread of its own.
 #include "http/beast/HttpEngine.h"
 
+#include <sys/socket.h>
+
+#include <cerrno>
+
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
@@ -475,12 +479,19 @@ asio::ssl::context* Session::Ssl(uint32_t& why) {
 }
 
 std::unique_ptr<Connection> Session::TakeIdle(const std::string& key) {
-  auto it = idle.find(key);
-  if (it == idle.end()) return nullptr;
-  std::unique_ptr<Connection> connection = std::move(it->second);
-  idle.erase(it);
-  connection->reused = true;
-  return connection;
+  for (auto it = idle.find(key); it != idle.end() && it->first == key; it = idle.find(key)) {
+    std::unique_ptr<Connection> connection = std::move(it->second);
+    idle.erase(it);
+    // An idle connection with anything to read (the server's close, or bytes
+    // nobody asked for) is finished: it would fail the next request halfway.
+    char probe;
+    ssize_t n = ::recv(connection->tcp.socket().native_handle(), &probe, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      connection->reused = true;
+      return connection;
+    }
+  }
+  return nullptr;
 }
 
 void Session::GiveBack(std::unique_ptr<Connection> connection) {
@@ -645,7 +656,10 @@ bool Request::OpenConnection(uint32_t& error) {
   std::string key = std::string(url.secure ? "https://" : "http://") + url.host + ":" + std::to_string(url.port);
   if (proxy.use) key += "|" + proxy.host + ":" + std::to_string(proxy.port);
   if (url.secure) key += "|" + std::to_string(securityFlags & 0x3380);
-  if (std::unique_ptr<Connection> idle = session->TakeIdle(key)) {
+  // A streamed body cannot be sent again by the layer, so it takes no
+  // chance on a kept connection that the server may be closing.
+  std::unique_ptr<Connection> idle = m_streaming ? nullptr : session->TakeIdle(key);
+  if (idle) {
     m_connection = std::move(idle);
     return true;
   }
@@ -776,6 +790,7 @@ bool Request::DrainOrDrop() {
 
 bool Request::Attempt(const std::string& body, uint64_t contentLength, bool openBody, uint32_t& error) {
   std::string head;
+  m_streaming = openBody;
   for (int tries = 0; tries < 2; ++tries) {
     m_connectRefused = false;
     if (!OpenConnection(error)) return false;

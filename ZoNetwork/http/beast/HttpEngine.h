@@ -161,7 +161,8 @@ private:
   size_t m_pendingOffset = 0;
   bool m_bodyDone = false;
   uint32_t m_deferredError = 0;  // a read failure that follows bytes already handed out
-  bool m_bodyOpen = false;        // between a Send that opened the body and EndBody
+  bool m_bodyOpen = false;
+  bool m_streaming = false;       // this send streams its body (uploads)        // between a Send that opened the body and EndBody
   bool m_connectRefused = false;  // the reply is a proxy's refusal of a tunnel
   std::string m_serverChallenge, m_proxyChallenge;  // the WWW-/Proxy-Authenticate values
   std::string m_serverAuthorization, m_proxyAuthorization;  // the header lines to send

@@ -31,5 +31,6 @@
 #include "ZoNetwork/QosWaveApi.h"
 // ping
 #include "ZoNetwork/ZoPing.h"
+#include "ZoNetwork/ZoHTTP.h"
 
 #endif  // ZONETWORK_ZONETWORK_H
