@@ -52,6 +52,8 @@ int CmdAccept(const Args& args);
 int CmdIfaces(const Args& args);
 // ping
 int CmdPing(const Args& args);
+// platform HTTP client
+int CmdZoHttp(const Args& args);
 
 }  // namespace zonet
 

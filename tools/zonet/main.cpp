@@ -38,6 +38,11 @@ const zonet::Command* Commands(size_t& count) {
       // ping
       {"ping", "HOST [-c COUNT] [-s SIZE] [-W SECONDS]",
        "ICMP echo to HOST (raw socket: root or CAP_NET_RAW); a line per attempt and a summary", zonet::CmdPing},
+      // platform HTTP client
+      {"zohttp", "get BASEURL FILE | ls BASEURL | upload BASEURL LOGFILE [options]",
+       "ZoHTTP: fetch FILE of BASEURL into --dir DIR (default .), list BASEURL's links, or post LOGFILE to its "
+       "upload script (--tkid T); --jsp, --agent A, --user U, --password P, --insecure, --timeout MS",
+       zonet::CmdZoHttp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;
