@@ -13,6 +13,7 @@
 #include "ZoUtils/ZoErrorCodes.h"
 #include "ZoUtils/ZoFile.h"
 #include "http/HttpPlatform.h"
+#include "http/ZoHTTPInternal.h"
 
 using FXErrorUtil::ErrorHttp;
 using FXErrorUtil::ErrorWin32;
@@ -606,38 +607,58 @@ CZoError ZoHTTP::_getFileListRecursive(std::vector<CZoString>& files, const char
     std::memset(buffer, 0, kChunk + 1);
   }
   delete[] buffer;
-  // Steps 4 to 11: links by their marker, case-sensitive, one per server type.
-  char jspMarker[] = "href=\"";
-  char aspMarker[] = "HREF=\"";
-  char* marker = m_userAgent == kJspAgent ? jspMarker : aspMarker;
-  bool skip = true;
-  size_t position = 0;
-  for (;;) {
-    int match = text.Find(marker, position);
-    if (match < 0) break;
-    // The marker is 6 long: 7 also drops the link's first character.
-    position = static_cast<size_t>(match) + 7;
-    int quote = text.Find('"', position);
-    if (quote < 0) break;
-    CZoString link = text.SubStr(position, static_cast<size_t>(quote) - position);
-    position = static_cast<size_t>(quote);
-    // The first link of every page is never reported.
-    if (skip) {
-      skip = false;
-      continue;
-    }
-    if (link[link.Length()] == '/') {
-      CZoString nested = m_scheme + "://" + m_webServer + link;
-      error = _getFileListRecursive(files, nested.c_str());
-      if (error.IsError()) {
-        _internetCloseHandle(page);
-        return error.Push(FXLOC("ZoHTTP::_getFileListRecursive"));
-      }
-    } else {
+  // Steps 4 to 11: links by their marker; a directory link is walked, any
+  // other is an entry.
+  error = zonet_internal::ScanListingPage(text, m_userAgent == kJspAgent, [&](CZoString& link, bool directory) {
+    if (!directory) {
       files.push_back(link);
+      return CZoError::Success();
     }
+    CZoString nested = m_scheme + "://" + m_webServer + link;
+    return _getFileListRecursive(files, nested.c_str());
+  });
+  if (error.IsError()) {
+    _internetCloseHandle(page);
+    return error.Push(FXLOC("ZoHTTP::_getFileListRecursive"));
   }
   // Step 12.
   _internetCloseHandle(page);
   return CZoError::Success();
 }
+
+namespace zonet_internal {
+
+CZoError ScanListingPage(CZoString& page, bool jspMarker,
+                         const std::function<CZoError(CZoString& link, bool directory)>& onLink) {
+  // The marker is case-sensitive: each server type finds only its own form.
+  char lower[] = "href=\"";
+  char upper[] = "HREF=\"";
+  char* marker = jspMarker ? lower : upper;
+  // Step 4.
+  bool skip = true;
+  size_t position = 0;
+  for (;;) {
+    // Step 5.
+    int match = page.Find(marker, position);
+    if (match < 0) break;
+    // Step 6: the marker is 6 long, so 7 also drops the link's first character.
+    position = static_cast<size_t>(match) + 7;
+    // Steps 7 and 8: a link without its closing mark is dropped.
+    int quote = page.Find('"', position);
+    if (quote < 0) break;
+    CZoString link = page.SubStr(position, static_cast<size_t>(quote) - position);
+    position = static_cast<size_t>(quote);
+    // Step 9: the first link of every page is never reported.
+    if (skip) {
+      skip = false;
+      continue;
+    }
+    // Step 10: the character at index Length() of the link decides.
+    bool directory = link[link.Length()] == '/';
+    CZoError error = onLink(link, directory);
+    if (error.IsError()) return error;
+  }
+  return CZoError::Success();
+}
+
+}  // namespace zonet_internal

@@ -3,9 +3,17 @@
 #ifndef ZONET_HTTP_ZOHTTPINTERNAL_H
 #define ZONET_HTTP_ZOHTTPINTERNAL_H
 
+#include <functional>
+
 #include "ZoNetwork/ZoHTTP.h"
 
 namespace zonet_internal {
+
+// The listing scanner of ZoHTTP on one page's text: calls onLink for every
+// link it reports, in page order, with whether it takes the link for a
+// directory; the first error of onLink ends the scan and is returned.
+CZoError ScanListingPage(CZoString& page, bool jspMarker,
+                         const std::function<CZoError(CZoString& link, bool directory)>& onLink);
 
 struct ZoHTTPAccess {
   static void* Internet(const ZoHTTP& h) { return h.m_hInternet; }
