@@ -279,6 +279,14 @@ TEST(HttpLayer, GarbageStatusLineIsInvalidServerResponse) {
   // The status query after a failed send tells the same reason.
 }
 
+TEST(HttpLayer, StatusBelow100IsInvalidServerResponse) {
+  ScriptedHttpPeer peer({{"HTTP/1.1 099 Odd\r\nContent-Length: 0\r\n\r\n"}});
+  ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  Outcome out = Get("127.0.0.1", peer.Port(), "/");
+  EXPECT_FALSE(out.sent);
+  EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE));
+}
+
 TEST(HttpLayer, StatusQueryAfterAFailedSendTellsWhy) {
   int port = zotest::PickFreePort();
   hp::Handle root = hp::InternetOpen("x", hp::kOpenTypeDirect, nullptr, nullptr, 0);
@@ -554,6 +562,9 @@ TEST(HttpLayer, ReplyHeadParsing) {
   EXPECT_EQ(fields[1].second, "two");
   std::string garbage = "HTTX/1.1 200 OK\r\n\r\n";
   EXPECT_FALSE(zonet_internal::HttpParseReplyHead(garbage.data(), garbage.size(), status, fields, error));
+  EXPECT_EQ(error, static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE));
+  std::string zero = "HTTP/1.1 000 OK\r\n\r\n";
+  EXPECT_FALSE(zonet_internal::HttpParseReplyHead(zero.data(), zero.size(), status, fields, error));
   EXPECT_EQ(error, static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE));
   std::string cut = "HTTP/1.1 200 OK\r\nA: 1\r\n";
   EXPECT_FALSE(zonet_internal::HttpParseReplyHead(cut.data(), cut.size(), status, fields, error));

@@ -698,6 +698,7 @@ bool Request::OpenConnection(uint32_t& error) {
       auto parser = std::make_unique<http::response_parser<http::buffer_body>>();
       parser->body_limit((std::numeric_limits<std::uint64_t>::max)());
       ec = ReadHeader(*c, *parser, timeouts.receiveMs);
+      if (!ec && parser->get().result_int() < 100) ec = http::error::bad_status;
       if (!ec && parser->get().result_int() / 100 != 2) {
         m_connection = std::move(c);
         m_parser = std::move(parser);
@@ -751,6 +752,12 @@ bool Request::ReadHead(uint32_t& error) {
       return false;
     }
     unsigned status = Status();
+    // Beast takes any three digits; a status below 100 is no HTTP reply.
+    if (status < 100) {
+      error = ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE;
+      m_parser.reset();
+      return false;
+    }
     // Interim replies carry no body: the real one follows.
     if (status / 100 == 1 && status != 101) continue;
     NoteChallenge(status);

@@ -469,6 +469,7 @@ bool HttpParseReplyHead(const char* data, size_t size, unsigned& status,
     used += n;
   }
   if (ec == http::error::need_more || (!ec && !parser.is_header_done())) ec = http::error::partial_message;
+  if (!ec && parser.get().result_int() < 100) ec = http::error::bad_status;
   if (ec) {
     error = zonet_http::engine::MapFailure(ec, nullptr, zonet_http::engine::Face::WinInet);
     return false;
