@@ -447,7 +447,11 @@ ProxyChoice ChooseProxyFromEnvironment(bool secure, const std::string& host) {
 
 // ------------------------------------------------------------ connections, sessions
 
-Connection::Connection(asio::io_context& context) : ioc(context), tcp(context) {}
+Connection::Connection(asio::io_context& context) : ioc(context), tcp(context) {
+  // Beast reads as much as the buffer has room for (at least 512 bytes):
+  // room for 64 KiB makes one receive per 64 KiB, not one per 512 bytes.
+  buffer.reserve(65536);
+}
 
 Connection::~Connection() {
   error_code ignored;
@@ -958,7 +962,19 @@ bool Request::Read(void* buffer, size_t size, size_t& got, uint32_t& error) {
     body.data = buffer;
     body.size = size;
     body.more = true;
-    error_code ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+    error_code ec;
+    // Bytes already received are parsed straight away, without a wait (and
+    // without arming the deadline): one receive of 64 KiB serves several reads.
+    if (m_connection->buffer.size() > 0) {
+      size_t used = m_parser->put(m_connection->buffer.data(), ec);
+      m_connection->buffer.consume(used);
+      if (ec == http::error::need_buffer || ec == http::error::need_more) ec = {};
+      if (!ec && body.size == size && !m_parser->is_done() && used == 0) {
+        ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+      }
+    } else {
+      ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+    }
     got = size - body.size;
     body.data = nullptr;
     body.size = 0;
