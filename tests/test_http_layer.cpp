@@ -154,6 +154,17 @@ TEST_F(HttpLayer, HeaderTextIsSplitIntoLines) {
   EXPECT_NE(raw.find("\r\nReferer: http://ref/\r\n"), std::string::npos);
 }
 
+TEST_F(HttpLayer, BlanksAndNonAsciiInTheObjectAreEscaped) {
+  ZOTEST_REQUIRE_TOOL("nginx");
+  zotest::NginxServer nginx({});
+  ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
+  nginx.AddFile("my file \xC3\xA9.txt", "spaced");
+  Outcome out = Get("localhost", nginx.Port(), "my file \xC3\xA9.txt");
+  EXPECT_EQ(out.status, 200);
+  EXPECT_EQ(out.body, "spaced");
+  EXPECT_TRUE(nginx.WaitForAccessLog("GET /my%20file%20%C3%A9.txt HTTP/1.1"));
+}
+
 TEST_F(HttpLayer, KeepAliveReusesOneConnection) {
   ScriptedHttpPeer::Reply reply{Ok("one")};
   reply.closeAfter = false;

@@ -361,13 +361,26 @@ bool ParseUrl(const std::string& text, Url& url, uint32_t& why) {
   size_t hash = url.target.find('#');
   if (hash != std::string::npos) url.target.resize(hash);
   if (url.target.empty() || url.target[0] != '/') url.target = "/" + url.target;
-  for (char c : url.target) {
-    if (static_cast<unsigned char>(c) <= 32 || c == 127) {
-      why = ZONET_ERR_HTTP_INVALID_URL;
-      return false;
+  url.target = EscapeTarget(url.target);
+  return true;
+}
+
+// Bytes that cannot stand in a request line (controls, the blank, DEL and
+// everything beyond ASCII) go out as %XX; the rest, "%" included, as given.
+std::string EscapeTarget(const std::string& target) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (char c : target) {
+    unsigned char b = static_cast<unsigned char>(c);
+    if (b <= 32 || b >= 127) {
+      out += '%';
+      out += kHex[b >> 4];
+      out += kHex[b & 15];
+    } else {
+      out += c;
     }
   }
-  return true;
+  return out;
 }
 
 bool Bypassed(const std::string& bypass, const std::string& host) {
