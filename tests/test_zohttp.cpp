@@ -620,6 +620,54 @@ TEST_F(ZoHTTPUpload, UnknownAuthorityLoopEndsOnceTheFlagsAreSet) {
   EXPECT_TRUE(nginx.WaitForAccessLog("POST /up/upload.asp HTTP/1.1\" 200"));
 }
 
+TEST_F(ZoHTTPUpload, HttpsThroughAnAuthenticatingProxy) {
+  ZOTEST_REQUIRE_TOOL("nginx");
+  ZOTEST_REQUIRE_TOOL("tinyproxy");
+  zotest::NginxServer::Options options;
+  options.tls = true;
+  options.extraConfig = "location = /up/upload.asp { return 200 \"taken\"; }";
+  zotest::NginxServer nginx(options);
+  ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
+  zotest::ForwardProxy proxy("pu", "pp");
+  ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
+  zotest::TempDir dir;
+  std::string file = dir.File("l.log");
+  std::ofstream(file) << "tunnelled upload";
+  std::string list = "https=127.0.0.1:" + std::to_string(proxy.Port());
+  {
+    // The tunnel is refused until the proxy credentials are on the request,
+    // then the unknown authority is accepted, then the form goes.
+    ZoHTTP h("agent");
+    h.SetBaseURL(nginx.Url("up").c_str());
+    h.SetProxyAccess(list.c_str(), "");
+    h.SetProxyCreds("pu", "pp");
+    CZoError e = h.UploadFile(file.c_str(), "T");
+    EXPECT_FALSE(e.IsError()) << e.AsString();
+    EXPECT_TRUE(nginx.WaitForAccessLog("POST /up/upload.asp HTTP/1.1\" 200"));
+  }
+  {
+    // Wrong credentials end the upload instead of going round for ever.
+    ZoHTTP h("agent");
+    h.SetBaseURL(nginx.Url("up").c_str());
+    h.SetProxyAccess(list.c_str(), "");
+    h.SetProxyCreds("pu", "wrong");
+    CZoError e = h.UploadFile(file.c_str(), "T");
+    EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_HTTP_CONNECTION_ABORTED) << e.AsString();
+  }
+}
+
+TEST_F(ZoHTTPUpload, RefusedPortIsReportedByTheFirstWrite) {
+  int port = zotest::PickFreePort();
+  zotest::TempDir dir;
+  std::string file = dir.File("l.log");
+  std::ofstream(file) << "x";
+  ZoHTTP h("agent");
+  h.SetBaseURL(("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
+  CZoError e = h.UploadFile(file.c_str(), "T");
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_HTTP_CANNOT_CONNECT) << e.AsString();
+  EXPECT_NE(e.AsString().find("ZoHTTP::_uploadData"), std::string::npos);
+}
+
 TEST_F(ZoHTTPUpload, MissingSourceIsItsOpenError) {
   ZoHTTP h("agent");
   h.SetBaseURL("http://127.0.0.1:1/");

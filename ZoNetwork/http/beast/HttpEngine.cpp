@@ -821,6 +821,13 @@ bool Request::Attempt(const std::string& body, uint64_t contentLength, bool open
     if (m_connectRefused) {
       // The proxy refused the tunnel: its reply stands for the request's.
       if (openBody) {
+        // A streamed body cannot go: the caller learns of the refusal from
+        // the status, but only while credentials could still change it, so
+        // that a caller who resends on every challenge does not loop forever.
+        if (!proxyUser.empty()) {
+          m_parser.reset();
+          m_connection.reset();
+        }
         error = ZONET_ERR_HTTP_CONNECTION_ABORTED;
         return false;
       }
@@ -920,7 +927,9 @@ bool Request::Send(const std::string& body, uint64_t contentLength, bool openBod
 bool Request::WriteBody(const void* data, size_t size, size_t& written, uint32_t& error) {
   written = 0;
   if (!m_bodyOpen || !m_connection) {
-    error = ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE;
+    // After a failed send, its reason: the caller that writes on regardless
+    // learns why.
+    error = failure != 0 ? failure : static_cast<uint32_t>(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE);
     return false;
   }
   error_code ec = WriteAll(*m_connection, asio::buffer(data, size), timeouts.sendMs, &written);
