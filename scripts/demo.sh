@@ -161,3 +161,29 @@ CONF
 else
   printf '\n$ zonet ftp ls ftp://127.0.0.1:PORT/pub\n(skipped: a demo vsftpd needs root, vsftpd and its ftp account)\n'
 fi
+
+# ZoHTTP against a web server of the demo's own on 127.0.0.1 (python3's
+# http.server on a free port): the listing as ZoHTTP reports it, and one file
+# fetched into a folder.
+if command -v python3 >/dev/null 2>&1; then
+  web_dir=$(mktemp -d)
+  mkdir -p "$web_dir/www/logs" "$web_dir/out"
+  printf 'first\n' >"$web_dir/www/logs/a.log"
+  printf 'second\n' >"$web_dir/www/logs/b.log"
+  python3 -u -m http.server --bind 127.0.0.1 --directory "$web_dir/www" 0 >"$web_dir/server.log" 2>&1 &
+  py_pid=$!
+  py_port=
+  for _ in $(seq 1 200); do
+    py_port=$(sed -n 's/.*port \([0-9]*\).*/\1/p' "$web_dir/server.log" | head -n 1)
+    [ -n "$py_port" ] && break
+    sleep 0.05
+  done
+  if [ -n "$py_port" ]; then
+    run zohttp ls "http://127.0.0.1:$py_port/logs" --jsp
+    run zohttp get "http://127.0.0.1:$py_port/logs" b.log --dir "$web_dir/out"
+    printf '%s\n' "$(cat "$web_dir/out/logs/b.log")"
+  fi
+  kill "$py_pid" 2>/dev/null || true
+  wait "$py_pid" 2>/dev/null || true
+  rm -rf "$web_dir"
+fi

@@ -58,6 +58,8 @@ int CmdFtp(const Args& args);
 int CmdSftp(const Args& args);
 // What ftp and sftp share (cmd_ftp.cpp).
 int RunFileTransfer(const Args& args, bool sftp);
+// platform HTTP client
+int CmdZoHttp(const Args& args);
 
 }  // namespace zonet
 

@@ -50,6 +50,11 @@ const zonet::Command* Commands(size_t& count) {
       {"sftp", "get URL [-o FILE] | put FILE URL | ls URL [--user U:P]",
        "one SFTP request with a password or the key in ~/.ssh: download, upload, or the names of a directory",
        zonet::CmdSftp},
+      // platform HTTP client
+      {"zohttp", "get BASEURL FILE | ls BASEURL | upload BASEURL LOGFILE [options]",
+       "ZoHTTP: fetch FILE of BASEURL into --dir DIR (default .), list BASEURL's links, or post LOGFILE to its "
+       "upload script (--tkid T); --jsp, --agent A, --user U, --password P, --insecure, --timeout MS",
+       zonet::CmdZoHttp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -38,5 +38,6 @@
 #include "ZoNetwork/XnHTTPReq.h"
 #include "ZoNetwork/XnProtocolReq.h"
 #include "ZoNetwork/XnSFTPReq.h"
+#include "ZoNetwork/ZoHTTP.h"
 
 #endif  // ZONETWORK_ZONETWORK_H

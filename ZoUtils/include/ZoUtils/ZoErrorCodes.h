@@ -60,6 +60,32 @@
   /* Socket layer */                                                                             \
   XX(ZONET_ERR_NOT_SOCKET, 10038, ENOTSOCK, "not a socket")                                      \
   XX(ZONET_ERR_AF_NOT_SUPPORTED, 10047, EAFNOSUPPORT, "no address of a usable family")           \
+  XX(ZONET_ERR_INSUFFICIENT_BUFFER, 122, ENOBUFS, "the buffer given is too small for the answer") \
+  XX(ZONET_ERR_INVALID_HANDLE, 6, EBADF, "a handle that is not (or no longer) open")             \
+  /* Platform HTTP layer: the designed platform's own numbers on both platforms (Linux has no \
+   * words for these meanings, and they are positive, which the transfers rely on) */         \
+  XX(ZONET_ERR_HTTP_TIMEOUT, 12002, 12002, "the operation timed out")                            \
+  XX(ZONET_ERR_HTTP_INTERNAL_ERROR, 12004, 12004, "internal error of the HTTP layer")            \
+  XX(ZONET_ERR_HTTP_INVALID_URL, 12005, 12005, "the URL is invalid")                             \
+  XX(ZONET_ERR_HTTP_UNRECOGNIZED_SCHEME, 12006, 12006, "the URL's scheme is not supported")      \
+  XX(ZONET_ERR_HTTP_NAME_NOT_RESOLVED, 12007, 12007, "the server name could not be resolved")    \
+  XX(ZONET_ERR_HTTP_INVALID_OPTION, 12009, 12009, "an unknown option")                           \
+  XX(ZONET_ERR_HTTP_BAD_OPTION_LENGTH, 12010, 12010, "an option value of the wrong size")        \
+  XX(ZONET_ERR_HTTP_INCORRECT_HANDLE_TYPE, 12018, 12018, "a handle of the wrong type")           \
+  XX(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE, 12019, 12019, "a call out of order on a handle")     \
+  XX(ZONET_ERR_HTTP_CANNOT_CONNECT, 12029, 12029, "the connection to the server failed")         \
+  XX(ZONET_ERR_HTTP_CONNECTION_ABORTED, 12030, 12030, "the connection was aborted or ended early") \
+  XX(ZONET_ERR_HTTP_CONNECTION_RESET, 12031, 12031, "the connection was reset")                  \
+  XX(ZONET_ERR_HTTP_FORCE_RETRY, 12032, 12032, "send the whole request again")                   \
+  XX(ZONET_ERR_HTTP_SEC_CERT_DATE_INVALID, 12037, 12037, "the certificate is expired or not yet valid") \
+  XX(ZONET_ERR_HTTP_SEC_CERT_CN_INVALID, 12038, 12038, "the certificate's name does not match")  \
+  XX(ZONET_ERR_HTTP_CLIENT_AUTH_CERT_NEEDED, 12044, 12044, "the server asks for a client certificate") \
+  XX(ZONET_ERR_HTTP_INVALID_CA, 12045, 12045, "the certificate's authority is not trusted")      \
+  XX(ZONET_ERR_HTTP_HEADER_NOT_FOUND, 12150, 12150, "no reply, or no such header in it")          \
+  XX(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE, 12152, 12152, "the server's reply cannot be read")  \
+  XX(ZONET_ERR_HTTP_INVALID_HEADER, 12153, 12153, "a header line that is not \"name: value\"")  \
+  XX(ZONET_ERR_HTTP_SECURITY_CHANNEL_ERROR, 12157, 12157, "secure channel failure (first client's numbering)") \
+  XX(ZONET_ERR_HTTP_SECURE_FAILURE, 12175, 12175, "secure channel failure (second client's numbering)") \
   /* Resolver: EAI_* codes on Linux, negative numbers */                                         \
   XX(ZONET_ERR_HOST_NOT_FOUND, 11001, EAI_NONAME, "host not found, or a DNS name collision")     \
   XX(ZONET_ERR_TRY_AGAIN, 11002, EAI_AGAIN, "temporary resolver failure")                        \
