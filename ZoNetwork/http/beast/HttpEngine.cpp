@@ -881,6 +881,7 @@ bool Request::Send(const std::string& body, uint64_t contentLength, bool openBod
     }
     if (openBody) {
       m_bodyOpen = true;
+      m_outgoing.clear();
       return true;
     }
     unsigned status = Status();
@@ -932,7 +933,29 @@ bool Request::WriteBody(const void* data, size_t size, size_t& written, uint32_t
     error = failure != 0 ? failure : static_cast<uint32_t>(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE);
     return false;
   }
+  // Small pieces are gathered and go out together; a piece as large as the
+  // gathering goes out at once behind what was gathered. A failure of the
+  // connection shows at the write that sends, or at EndBody.
+  const size_t kGather = 64 * 1024;
+  if (m_outgoing.size() + size < kGather) {
+    m_outgoing.insert(m_outgoing.end(), static_cast<const char*>(data), static_cast<const char*>(data) + size);
+    written = size;
+    return true;
+  }
+  if (!FlushBody(error)) return false;
   error_code ec = WriteAll(*m_connection, asio::buffer(data, size), timeouts.sendMs, &written);
+  if (ec) {
+    error = MapFailure(ec, &m_connection->check, face);
+    return false;
+  }
+  return true;
+}
+
+bool Request::FlushBody(uint32_t& error) {
+  if (m_outgoing.empty()) return true;
+  size_t sent = 0;
+  error_code ec = WriteAll(*m_connection, asio::buffer(m_outgoing), timeouts.sendMs, &sent);
+  m_outgoing.clear();
   if (ec) {
     error = MapFailure(ec, &m_connection->check, face);
     return false;
@@ -947,6 +970,11 @@ bool Request::EndBody(bool& challenged, uint32_t& error) {
     return false;
   }
   m_bodyOpen = false;
+  if (!FlushBody(error)) {
+    failure = error;
+    m_connection.reset();
+    return false;
+  }
   if (!ReadHead(error)) {
     failure = error;
     m_connection.reset();

@@ -128,6 +128,8 @@ public:
   // `error` holds the layer's number.
   bool Send(const std::string& body, uint64_t contentLength, bool openBody, uint32_t& error);
   bool WriteBody(const void* data, size_t size, size_t& written, uint32_t& error);
+  // Sends what WriteBody gathered; false with the mapped error when it fails.
+  bool FlushBody(uint32_t& error);
   // Reads the reply's head after a streamed body. challenged is set when the
   // reply is a challenge the held credentials can answer.
   bool EndBody(bool& challenged, uint32_t& error);
@@ -163,8 +165,11 @@ private:
   size_t m_pendingOffset = 0;
   bool m_bodyDone = false;
   uint32_t m_deferredError = 0;  // a read failure that follows bytes already handed out
-  bool m_bodyOpen = false;
-  bool m_streaming = false;       // this send streams its body (uploads)        // between a Send that opened the body and EndBody
+  bool m_bodyOpen = false;        // between a Send that opened the body and EndBody
+  bool m_streaming = false;       // this send streams its body (uploads)
+  // Body bytes written but not yet sent: callers write in small pieces (10
+  // KiB), and one send per piece halves an upload's speed.
+  std::vector<char> m_outgoing;
   bool m_connectRefused = false;  // the reply is a proxy's refusal of a tunnel
   std::string m_serverChallenge, m_proxyChallenge;  // the WWW-/Proxy-Authenticate values
   std::string m_serverAuthorization, m_proxyAuthorization;  // the header lines to send
