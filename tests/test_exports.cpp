@@ -47,7 +47,7 @@ std::vector<std::string> DynamicSymbols(const char* path) {
 void ExpectOnlyTheFace(const char* path) {
   static const std::regex allowed(
       "^(ZONET_|xnfdset_|CZo|ZoFdset|ZoHTTP::|FX|CLogWriterInterface|CStdErrLogWriter|CTimeStamp|CDynamicLoadBase|"
-      "ZoDynamicLoad::|CurlWrapper::|XnCURL::|g_ptrLogWriter|ZOSLEEP_InTeRnAl|typeinfo |vtable |VTT |std::|void std::|boost::|void boost::|"
+      "ZoDynamicLoad::|CurlWrapper::|XnCURL::|g_ptrLogWriter|ZOSLEEP_InTeRnAl|typeinfo |vtable |VTT |std::|void std::|boost::|"
       "operator\\+|guard variable |__odr_asan\\.)");
   std::vector<std::string> names = DynamicSymbols(path);
   ASSERT_GT(names.size(), 10u) << "nm gave nothing for " << path;
