@@ -2,9 +2,14 @@
 
 #include "ZoPlatform.h"
 
-CZoLibrary::CZoLibrary(bool /*flag*/) : m_module(nullptr) {}
+CZoLibrary::CZoLibrary(bool unloadOnDestroy) : m_module(nullptr), m_unloadOnDestroy(unloadOnDestroy) {}
 
-CZoLibrary::~CZoLibrary() = default;  // loaded code stays until the process ends
+CZoLibrary::~CZoLibrary() {
+  // An owner that made the object with false keeps the code for the life of
+  // the process (its function pointers may outlive the object).
+  if (m_unloadOnDestroy && m_module != nullptr) zo_platform::LibraryClose(m_module);
+  m_module = nullptr;
+}
 
 CZoError CZoLibrary::Load(const char* path, bool /*flag*/) {
   if (m_module != nullptr) return CZoError::Success();

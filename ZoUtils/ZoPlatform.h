@@ -28,6 +28,9 @@ int RemoveFile(const char* path);
 // Run-time libraries. Null on failure, with the loader's text in text.
 void* LibraryOpen(const char* path, std::string& text);
 void* LibrarySymbol(void* module, const char* name, std::string& text);
+// Gives back one reference of LibraryOpen; the system unmaps the file with
+// the last one.
+void LibraryClose(void* module);
 
 // The system's text for an error number, or for a negative resolver code.
 std::string ErrorText(long code);

@@ -6,19 +6,16 @@
 // (manual time): CZoPing sleeps a second before each attempt, which is not
 // counted.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,106 +23,34 @@
 #include <benchmark/benchmark.h>
 
 #include "ZoNetwork/ZoPing.h"
+#include "support/PingPeer.h"
 
 namespace {
 
 const int kDelayMs = 20;
-const char* const kPeer = "10.77.0.2";
+const char* const kPeer = zotest::PingPeerNet::kPeerAddress;
 const unsigned kData = 56;
 const int kRounds = 15;
 
-int Shell(const std::string& command) {
-  const int status = std::system((command + " >/dev/null 2>&1").c_str());
-  return status == -1 ? -1 : WEXITSTATUS(status);
-}
-
-bool EnterNamespace(const std::string& name) {
-  const int fd = open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool entered = setns(fd, CLONE_NEWNET) == 0;
-  close(fd);
-  return entered;
-}
-
-uint16_t WireChecksum(const uint8_t* data, size_t length) {
-  uint32_t sum = 0;
-  for (size_t i = 0; i + 1 < length; i += 2) sum += static_cast<uint32_t>(data[i] << 8 | data[i + 1]);
-  if (length & 1) sum += static_cast<uint32_t>(data[length - 1] << 8);
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  return htons(static_cast<uint16_t>(~sum));
-}
-
-// The two namespaces and the delayed peer, made at the first benchmark and
-// gone at exit.
-class DelayedPeer {
-public:
+// The two namespaces and the delayed peer, which answers every echo request
+// kDelayMs late; made at the first benchmark and gone at exit.
+struct DelayedPeer {
   DelayedPeer() {
-    const std::string tag = std::to_string(getpid());
-    pinger = "zo-bench-ping-" + tag;
-    peer = "zo-bench-peer-" + tag;
-    if (geteuid() != 0) {
-      why = "needs root (network namespaces and raw sockets)";
-      return;
-    }
-    made = Shell("ip netns add " + pinger) == 0 && Shell("ip netns add " + peer) == 0;
-    const bool wired = made && Shell("ip -n " + pinger + " link add va type veth peer name vb netns " + peer) == 0 &&
-                       Shell("ip -n " + pinger + " addr add 10.77.0.1/24 dev va") == 0 &&
-                       Shell("ip -n " + pinger + " link set va up") == 0 &&
-                       Shell("ip -n " + pinger + " link set lo up") == 0 &&
-                       Shell("ip -n " + peer + " addr add 10.77.0.2/24 dev vb") == 0 &&
-                       Shell("ip -n " + peer + " link set vb up") == 0 &&
-                       Shell("ip netns exec " + peer + " sysctl -q -w net.ipv4.icmp_echo_ignore_all=1") == 0;
-    if (!wired) {
+    why = zotest::NetNamespaceUnavailableReason();
+    if (!why.empty()) return;
+    net.emplace();
+    if (!net->Build()) {
       why = "cannot make the test network (ip netns, veth)";
       return;
     }
-    std::atomic<int> ready{0};
-    answering = std::thread([this, &ready] { Answer(ready); });
-    while (ready == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    if (ready < 0) why = "cannot open the peer's raw socket";
+    answering.emplace(net->peer, std::vector<zotest::PingAnswer>{}, kDelayMs, zotest::PingAnswer::kGood);
+    if (!answering->Ok()) why = "cannot open the peer's raw socket";
   }
 
-  ~DelayedPeer() {
-    stop = true;
-    if (answering.joinable()) answering.join();
-    if (made) {
-      Shell("ip netns del " + pinger);
-      Shell("ip netns del " + peer);
-    }
-  }
-
-  std::string pinger, peer, why;
-
-private:
-  // Every echo request gets its reply, kDelayMs late.
-  void Answer(std::atomic<int>& ready) {
-    const int fd = EnterNamespace(peer) ? socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP) : -1;
-    ready = fd >= 0 ? 1 : -1;
-    if (fd < 0) return;
-    while (!stop) {
-      pollfd p = {fd, POLLIN, 0};
-      if (poll(&p, 1, 50) <= 0) continue;
-      uint8_t packet[2048];
-      sockaddr_in from;
-      socklen_t length = sizeof from;
-      const ssize_t n = recvfrom(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&from), &length);
-      if (n <= 0) continue;
-      const size_t ihl = static_cast<size_t>(packet[0] & 0x0f) * 4;
-      if (static_cast<size_t>(n) < ihl + 8 || packet[ihl] != 8) continue;
-      std::vector<uint8_t> reply(packet + ihl, packet + n);
-      reply[0] = 0;
-      reply[2] = reply[3] = 0;
-      const uint16_t sum = WireChecksum(reply.data(), reply.size());
-      std::memcpy(&reply[2], &sum, 2);
-      std::this_thread::sleep_for(std::chrono::milliseconds(kDelayMs));
-      sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from), sizeof from);
-    }
-    close(fd);
-  }
-
-  bool made = false;
-  std::atomic<bool> stop{false};
-  std::thread answering;
+  std::string why;
+  std::optional<zotest::PingPeerNet> net;
+  // Stops before the namespaces go.
+  std::optional<zotest::PingResponder> answering;
 };
 
 DelayedPeer& Peer() {
@@ -138,7 +63,7 @@ template <typename Body>
 bool InPinger(Body body) {
   bool entered = false;
   std::thread worker([&] {
-    entered = EnterNamespace(Peer().pinger);
+    entered = Peer().net->pinger.Enter();
     if (entered) body();
   });
   worker.join();
@@ -181,14 +106,8 @@ void BM_RawEchoLoop(benchmark::State& state) {
       sockaddr_in to = {};
       to.sin_family = AF_INET;
       inet_pton(AF_INET, kPeer, &to.sin_addr);
-      std::vector<uint8_t> echo(8 + kData, 0);
-      const uint16_t id = static_cast<uint16_t>(getpid() & 0xffff);
-      ++sequence;
-      echo[0] = 8;
-      std::memcpy(&echo[4], &id, 2);
-      std::memcpy(&echo[6], &sequence, 2);
-      const uint16_t sum = WireChecksum(echo.data(), echo.size());
-      std::memcpy(&echo[2], &sum, 2);
+      const uint16_t id = zotest::OwnIcmpIdentifier();
+      const std::vector<uint8_t> echo = zotest::EchoRequest(id, ++sequence, kData);
       const auto start = std::chrono::steady_clock::now();
       sendto(fd, echo.data(), echo.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
       for (;;) {
@@ -220,7 +139,7 @@ void BM_SystemPing(benchmark::State& state) {
     state.SkipWithError(Peer().why.c_str());
     return;
   }
-  const std::string command = "ip netns exec " + Peer().pinger + " ping -n -c 1 -W 2 -s " + std::to_string(kData) +
+  const std::string command = "ip netns exec " + Peer().net->pinger.Name() + " ping -n -c 1 -W 2 -s " + std::to_string(kData) +
                               " " + kPeer + " 2>&1";
   for (auto _ : state) {
     FILE* out = popen(command.c_str(), "r");

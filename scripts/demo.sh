@@ -49,14 +49,16 @@ run accept 0 --timeout 1
 # the client connects as soon as that line is read.
 printf '\n$ zonet accept 0 --timeout 5   (a client connects from bash)\n'
 coproc ACCEPT { "$zonet" accept 0 --timeout 5 2>&1; }
-# bash forgets both names once the tool has ended.
-accept_out=${ACCEPT[0]}
+# bash closes the coprocess's descriptor as soon as the tool has ended, which
+# may be before its last line is read: read from a copy of our own.
+exec {accept_out}<&"${ACCEPT[0]}"
 accept_pid=$ACCEPT_PID
 read -r accept_line <&"$accept_out"
 printf '%s\n' "$accept_line"
 accept_port=${accept_line##*:}
 bash -c "exec 3<>/dev/tcp/127.0.0.1/$accept_port" || printf '(the client could not connect)\n'
 cat <&"$accept_out"
+exec {accept_out}<&-
 wait "$accept_pid" || printf '(exit status %d)\n' "$?"
 
 # Ping: a raw socket, so only where that is permitted.
@@ -90,4 +92,56 @@ if command -v python3 >/dev/null 2>&1; then
   kill "$web_pid" 2>/dev/null || true
   wait "$web_pid" 2>/dev/null || true
   rm -rf "$web_dir"
+fi
+
+# HTTP over the curl layer, against a web server of the demo's own: nginx
+# in one process, on a free loopback port, with its configuration, logs and
+# files in a temporary folder, stopped when the demo ends.
+if command -v nginx >/dev/null 2>&1 || [ -x /usr/sbin/nginx ]; then
+  web=$(mktemp -d)
+  mkdir -p "$web/root/files" "$web/logs" "$web/tmp"
+  printf 'hello from the demo server\n' >"$web/root/files/hello.txt"
+  head -c 8388608 /dev/zero >"$web/root/files/eight-mib.bin"
+  web_port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  cat >"$web/nginx.conf" <<CONF
+daemon off;
+master_process off;
+worker_processes 1;
+pid $web/nginx.pid;
+error_log $web/logs/error.log;
+events { worker_connections 64; }
+http {
+  access_log $web/logs/access.log;
+  client_body_temp_path $web/tmp/body;
+  proxy_temp_path $web/tmp/proxy;
+  fastcgi_temp_path $web/tmp/fastcgi;
+  uwsgi_temp_path $web/tmp/uwsgi;
+  scgi_temp_path $web/tmp/scgi;
+  default_type application/octet-stream;
+  server {
+    listen 127.0.0.1:$web_port;
+    root $web/root;
+    location /files/ { autoindex on; }
+    location /upload/ { dav_methods PUT; create_full_put_path on; }
+  }
+}
+CONF
+  "$(command -v nginx || echo /usr/sbin/nginx)" -p "$web/" -c "$web/nginx.conf" -e "$web/logs/error.log" &
+  web_pid=$!
+  trap 'kill "$web_pid" 2>/dev/null; wait "$web_pid" 2>/dev/null; rm -rf "$web"' EXIT
+  # Ready when it accepts a connection; a few seconds at most.
+  for _ in $(seq 50); do
+    bash -c "exec 3<>/dev/tcp/127.0.0.1/$web_port" 2>/dev/null && break
+    sleep 0.1
+  done
+  base="http://127.0.0.1:$web_port"
+  run http get "$base/files/hello.txt"
+  run http head "$base/files/eight-mib.bin"
+  run http get "$base/files/eight-mib.bin" -o "$web/copy.bin"
+  cmp -s "$web/root/files/eight-mib.bin" "$web/copy.bin" && printf '(the copy matches the served file)\n'
+  run http put "$web/root/files/hello.txt" "$base/upload/hello-again.txt"
+  run http get "$base/upload/hello-again.txt"
+  run http get "$base/files/missing.txt"
+else
+  printf '\n$ zonet http get ...\n(skipped: nginx is not installed; scripts/deps.sh installs it)\n'
 fi

@@ -47,7 +47,7 @@ std::vector<std::string> DynamicSymbols(const char* path) {
 void ExpectOnlyTheFace(const char* path) {
   static const std::regex allowed(
       "^(ZONET_|xnfdset_|CZo|ZoFdset|ZoHTTP::|FX|CLogWriterInterface|CStdErrLogWriter|CTimeStamp|CDynamicLoadBase|"
-      "ZoDynamicLoad::|g_ptrLogWriter|ZOSLEEP_InTeRnAl|typeinfo |vtable |VTT |std::|void std::|boost::|void boost::|"
+      "ZoDynamicLoad::|CurlWrapper::|XnCURL::|g_ptrLogWriter|ZOSLEEP_InTeRnAl|typeinfo |vtable |VTT |std::|void std::|boost::|void boost::|"
       "operator\\+|guard variable |__odr_asan\\.)");
   std::vector<std::string> names = DynamicSymbols(path);
   ASSERT_GT(names.size(), 10u) << "nm gave nothing for " << path;
@@ -129,4 +129,30 @@ TEST(Exports, ZoUtilsKeepsTheDeclaredConstness) {
   // Declared const, and so exported.
   EXPECT_TRUE(utils.Has("_ZNK9CZoString5c_strEv"));               // CZoString::c_str() const
   EXPECT_TRUE(utils.Has("_ZNK9CZoStringeqEPKc"));                 // CZoString::operator==(const char*) const
+}
+
+// libcurl is loaded at run time, never linked: no trace of it among what the
+// dynamic loader brings in with the library.
+TEST(Exports, ZoNetworkDoesNotNeedLibcurl) {
+  std::string command = std::string("readelf -d '") + ZONETWORK_SO + "'";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string text;
+  char line[4096];
+  while (fgets(line, sizeof line, pipe) != nullptr) text += line;
+  ASSERT_EQ(pclose(pipe), 0);
+  ASSERT_NE(text.find("(NEEDED)"), std::string::npos) << text;
+  EXPECT_EQ(text.find("libcurl"), std::string::npos) << text;
+}
+
+TEST(Exports, TheCurlLayerShowsItsFace) {
+  Library network(ZONETWORK_SO);
+  ASSERT_NE(network.handle, nullptr) << dlerror();
+  EXPECT_TRUE(network.Has("_ZN11CurlWrapper17xn_curl_easy_initEv"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL11ErrorXnCURLERK14FXCodeLocationi"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL13XnProtocolReq10SendReqestEv"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL13XnProtocolReq11setProyAuthEl"));
+  EXPECT_TRUE(network.Has("_ZN6XnCURL9XnHTTPReqC1ENS_12HTTPProtocolE"));
+  EXPECT_FALSE(network.Has("_ZN10zonet_curl16ErrorBufferTextEPKc"));
+  EXPECT_FALSE(network.Has("_ZN19zonet_curl_platform13OwnModulePathERNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"));
 }

@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,61 +17,17 @@
 #include "ipaddr_test_util.h"
 #include "objects/ObjectsInternal.h"
 #include "support/HostsNamespace.h"
+#include "support/LogCapture.h"
 #include "support/NetNamespace.h"
 #include "support/TestSupport.h"
 
 using iptest::Contains;
 using iptest::Text;
+using zotest::LogCapture;
 using zonet_internal::IfQueryFault;
 using Pairs = std::vector<std::pair<CZoIPAddr, CZoIPAddr> >;
 
 namespace {
-
-// Keeps every line as "level|function|text".
-class CollectingWriter : public CLogWriterInterface {
-public:
-  void WriteLog(int level, const char* function, int, int, int, const char* format, ...) override {
-    if (level > m_level) return;
-    std::string text;
-    va_list args;
-    va_start(args, format);
-    (void)FXString::FormatArgList(text, format, args);
-    va_end(args);
-    std::lock_guard<std::mutex> hold(m_lock);
-    m_lines.push_back(FXString::Format("%d|%s|%s", level, function, text.c_str()));
-  }
-  void SetLogLevel(int level) override { m_level = level; }
-  int GetLogLevel() override { return m_level; }
-  std::vector<std::string> Lines() {
-    std::lock_guard<std::mutex> hold(m_lock);
-    return m_lines;
-  }
-  void Clear() {
-    std::lock_guard<std::mutex> hold(m_lock);
-    m_lines.clear();
-  }
-
-private:
-  std::mutex m_lock;
-  std::vector<std::string> m_lines;
-  int m_level = 1;
-};
-
-// Installs a collecting writer for one test and puts the old one back.
-class LogCapture {
-public:
-  explicit LogCapture(int level = 1) : m_writer(new CollectingWriter), m_old(g_ptrLogWriter) {
-    m_writer->SetLogLevel(level);
-    g_ptrLogWriter = m_writer;
-  }
-  ~LogCapture() { g_ptrLogWriter = m_old; }
-  std::vector<std::string> Lines() { return m_writer->Lines(); }
-  void Clear() { m_writer->Clear(); }
-
-private:
-  boost::shared_ptr<CollectingWriter> m_writer;
-  boost::shared_ptr<CLogWriterInterface> m_old;
-};
 
 // Sets a fault of the adapter query for one test.
 class FaultScope {

@@ -1,44 +1,13 @@
 // The log sink: default writer, replacement, null, many threads.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdarg>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ZoUtils/ZoLog.h"
 #include "ZoUtils/ZoString.h"
-
-namespace {
-
-class CollectingWriter : public CLogWriterInterface {
-public:
-  void WriteLog(int level, const char* function, int line, int, int, const char* format, ...) override {
-    if (level > m_level) return;
-    std::string text;
-    va_list args;
-    va_start(args, format);
-    (void)FXString::FormatArgList(text, format, args);
-    va_end(args);
-    std::lock_guard<std::mutex> hold(m_lock);
-    m_lines.push_back(FXString::Format("%d|%s|%d|%s", level, function, line, text.c_str()));
-  }
-  void SetLogLevel(int level) override { m_level = level; }
-  int GetLogLevel() override { return m_level; }
-  std::vector<std::string> Lines() {
-    std::lock_guard<std::mutex> hold(m_lock);
-    return m_lines;
-  }
-
-private:
-  std::mutex m_lock;
-  std::vector<std::string> m_lines;
-  std::atomic<int> m_level{1};
-};
-
-}  // namespace
+#include "support/LogCapture.h"
 
 TEST(Log, DefaultWriterIsThereAndWritesToStandardError) {
   ASSERT_TRUE(g_ptrLogWriter);
@@ -61,7 +30,7 @@ TEST(Log, DefaultWriterIsThereAndWritesToStandardError) {
 
 TEST(Log, AHostReplacesOrEmptiesTheWriter) {
   boost::shared_ptr<CLogWriterInterface> saved = g_ptrLogWriter;
-  boost::shared_ptr<CollectingWriter> mine(new CollectingWriter);
+  boost::shared_ptr<zotest::CollectingWriter> mine(new zotest::CollectingWriter(zotest::CollectingWriter::kWithLine));
   g_ptrLogWriter = mine;
   if (g_ptrLogWriter) g_ptrLogWriter->WriteLog(-1, "A::B", 7, 0, 0, "x=%d", 3);
   EXPECT_EQ(mine->Lines(), (std::vector<std::string>{"-1|A::B|7|x=3"}));

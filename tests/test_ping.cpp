@@ -9,7 +9,6 @@
 #include <linux/capability.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -21,7 +20,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <future>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -35,12 +34,12 @@
 #include "objects/ObjectsInternal.h"
 #include "support/HostsNamespace.h"
 #include "support/NetNamespace.h"
+#include "support/PingPeer.h"
 #include "support/TestSupport.h"
 
 namespace {
 
-const char* const kPingerAddress = "10.77.0.1";
-const char* const kPeerAddress = "10.77.0.2";
+const char* const kPeerAddress = zotest::PingPeerNet::kPeerAddress;
 // On the peer's link, owned by nobody: its neighbour never resolves.
 const char* const kNobodyAddress = "10.77.0.9";
 const unsigned kData = 56;
@@ -51,195 +50,17 @@ const unsigned kData = 56;
     ZOTEST_REQUIRE_NET_NAMESPACES();                                                           \
   } while (0)
 
-// ---------------------------------------------------------------- packets
-
-// The Internet checksum as the wire has it: big-endian words, an odd last
-// byte padded with zero; returned ready to be stored (network order).
-uint16_t WireChecksum(const uint8_t* data, size_t length) {
-  uint32_t sum = 0;
-  for (size_t i = 0; i + 1 < length; i += 2) sum += static_cast<uint32_t>(data[i] << 8 | data[i + 1]);
-  if (length & 1) sum += static_cast<uint32_t>(data[length - 1] << 8);
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  return htons(static_cast<uint16_t>(~sum));
-}
-
-void StoreChecksum(std::vector<uint8_t>& icmp, size_t over) {
-  icmp[2] = icmp[3] = 0;
-  const uint16_t sum = WireChecksum(icmp.data(), over);
-  std::memcpy(&icmp[2], &sum, 2);
-}
-
-uint16_t HostWord(const uint8_t* at) {
-  uint16_t value;
-  std::memcpy(&value, at, 2);
-  return value;
-}
-
-uint16_t OwnIdentifier() { return static_cast<uint16_t>(getpid() & 0xffff); }
-
-// ---------------------------------------------------------------- the peer
-
-// How the peer answers one echo request.
-enum class Answer {
-  kNone,             // not at all
-  kGood,             // a proper reply
-  kOtherId,          // a reply with another identifier
-  kUnreachable,      // a destination-unreachable message instead
-  kShort,            // a proper reply a byte short
-  kBadChecksum,      // a reply whose checksum is off
-  kOddByte,          // a reply whose odd last data byte is 0x5A, checksum right
-  kOddByteUnsummed,  // the same, with the checksum taken without that byte
-  kForeignThenGood,  // another process's reply, then the proper one
-};
-
-// An echo request as the peer saw it.
-struct Request {
-  int ttl;
-  int type;
-  int code;
-  uint16_t id;
-  uint16_t sequence;
-  size_t icmpLength;
-  bool checksumRight;
-};
-
-// Answers echo requests in a namespace from a raw socket, one answer of the
-// script per request (kNone past its end), each after delayMs.
-class Responder {
-public:
-  Responder(const zotest::NetNamespace& where, std::vector<Answer> script, int delayMs = 0)
-      : m_script(std::move(script)), m_delayMs(delayMs) {
-    std::promise<bool> ready;
-    std::future<bool> made = ready.get_future();
-    m_thread = std::thread([this, &where, &ready] { Run(where, ready); });
-    m_ok = made.get();
-  }
-  ~Responder() { Stop(); }
-
-  bool Ok() const { return m_ok; }
-  void Stop() {
-    m_stop = true;
-    if (m_thread.joinable()) m_thread.join();
-  }
-  // What came in; read after Stop.
-  const std::vector<Request>& Requests() const { return m_requests; }
-
-private:
-  void Run(const zotest::NetNamespace& where, std::promise<bool>& ready) {
-    if (!where.Enter()) {
-      ready.set_value(false);
-      return;
-    }
-    const int fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
-    ready.set_value(fd >= 0);
-    if (fd < 0) return;
-    size_t next = 0;
-    while (!m_stop) {
-      pollfd p = {fd, POLLIN, 0};
-      if (poll(&p, 1, 50) <= 0) continue;
-      uint8_t packet[2048];
-      sockaddr_in from;
-      socklen_t fromLength = sizeof from;
-      const ssize_t n = recvfrom(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
-      if (n <= 0) continue;
-      const size_t ihl = static_cast<size_t>(packet[0] & 0x0f) * 4;
-      if (static_cast<size_t>(n) < ihl + 8 || packet[ihl] != 8) continue;
-      Request request;
-      request.ttl = packet[8];
-      request.type = packet[ihl];
-      request.code = packet[ihl + 1];
-      request.id = HostWord(packet + ihl + 4);
-      request.sequence = HostWord(packet + ihl + 6);
-      request.icmpLength = static_cast<size_t>(n) - ihl;
-      request.checksumRight = WireChecksum(packet + ihl, request.icmpLength) == 0;
-      m_requests.push_back(request);
-      const Answer answer = next < m_script.size() ? m_script[next] : Answer::kNone;
-      ++next;
-      if (answer == Answer::kNone) continue;
-      if (m_delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(m_delayMs));
-      for (const std::vector<uint8_t>& reply : Build(answer, packet, ihl, static_cast<size_t>(n))) {
-        sendto(fd, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from), sizeof from);
-      }
-    }
-    close(fd);
-  }
-
-  static std::vector<std::vector<uint8_t>> Build(Answer answer, const uint8_t* packet, size_t ihl, size_t length) {
-    std::vector<uint8_t> reply(packet + ihl, packet + length);
-    reply[0] = 0;
-    reply[1] = 0;
-    StoreChecksum(reply, reply.size());
-    switch (answer) {
-      case Answer::kNone:
-      case Answer::kGood:
-        break;
-      case Answer::kOtherId: {
-        const uint16_t other = static_cast<uint16_t>(OwnIdentifier() ^ 0x5a5a);
-        std::memcpy(&reply[4], &other, 2);
-        StoreChecksum(reply, reply.size());
-        break;
-      }
-      case Answer::kUnreachable: {
-        // Host unreachable, quoting the request's IP header and first 8 bytes.
-        std::vector<uint8_t> message = {3, 1, 0, 0, 0, 0, 0, 0};
-        message.insert(message.end(), packet, packet + ihl + 8);
-        StoreChecksum(message, message.size());
-        return {message};
-      }
-      case Answer::kShort:
-        reply.pop_back();
-        StoreChecksum(reply, reply.size());
-        break;
-      case Answer::kBadChecksum:
-        reply[2] ^= 0xff;
-        break;
-      case Answer::kOddByte:
-        reply.back() = 0x5a;
-        StoreChecksum(reply, reply.size());
-        break;
-      case Answer::kOddByteUnsummed:
-        reply.back() = 0x5a;
-        StoreChecksum(reply, reply.size() - 1);
-        break;
-      case Answer::kForeignThenGood: {
-        std::vector<uint8_t> foreign = reply;
-        const uint16_t other = static_cast<uint16_t>(OwnIdentifier() ^ 0x00ff);
-        std::memcpy(&foreign[4], &other, 2);
-        StoreChecksum(foreign, foreign.size());
-        return {foreign, reply};
-      }
-    }
-    return {reply};
-  }
-
-  std::vector<Answer> m_script;
-  int m_delayMs;
-  std::thread m_thread;
-  std::atomic<bool> m_stop{false};
-  bool m_ok = false;
-  std::vector<Request> m_requests;
-};
-
-// Two namespaces over a veth pair: the pinger at 10.77.0.1, the peer at
-// 10.77.0.2, whose kernel does not answer echo requests.
-struct PeerNet {
-  zotest::NetNamespace pinger{"ping"};
-  zotest::NetNamespace peer{"peer"};
-
-  bool Build() {
-    return pinger.Ok() && peer.Ok() && zotest::NetNamespace::Veth(pinger, "va", peer, "vb") &&
-           pinger.Ip("addr add 10.77.0.1/24 dev va") == 0 && pinger.Ip("link set va up") == 0 &&
-           pinger.Ip("link set lo up") == 0 && peer.Ip("addr add 10.77.0.2/24 dev vb") == 0 &&
-           peer.Ip("link set vb up") == 0 && peer.Ip("link set lo up") == 0 &&
-           peer.Exec("sysctl -q -w net.ipv4.icmp_echo_ignore_all=1") == 0;
-  }
-};
+using zotest::WireChecksum;
+using Answer = zotest::PingAnswer;
+using Request = zotest::PingRequest;
+using Responder = zotest::PingResponder;
+using PeerNet = zotest::PingPeerNet;
 
 // A namespace with only its loopback adapter, up: 127.0.0.1 answered by the
 // kernel, and nobody else's ICMP in sight.
 struct LoopNet {
-  zotest::NetNamespace ns{"loop"};
-  bool Build() { return ns.Ok() && ns.Ip("link set lo up") == 0; }
+  zotest::NetNamespace pinger{"loop"};
+  bool Build() { return pinger.Ok() && pinger.Ip("link set lo up") == 0; }
 };
 
 // ---------------------------------------------------------------- the caller
@@ -319,6 +140,65 @@ int WaitForNewRawSocket(const std::set<int>& before) {
   }
   return -1;
 }
+
+// ---------------------------------------------------------------- the tests' networks
+
+// A test in a network of its own (LoopNet or PeerNet), made before the test
+// runs and skipped, with the reason, where it cannot be. The test pings from
+// the network's pinging namespace into result and error, the callbacks going
+// to recorder.
+template <typename Net>
+class PingIn : public ::testing::Test {
+protected:
+  void SetUp() override {
+    REQUIRE_PING_PEERS();
+    net.emplace();
+    ASSERT_TRUE(net->Build());
+  }
+
+  // One call of a fresh CZoPing, made on a thread inside the pinger's namespace.
+  void Ping(const char* host, unsigned data, unsigned count, unsigned timeout = 1, void* context = nullptr) {
+    Call(host, data, count, timeout, context, &recorder);
+  }
+  // The same without a callback object.
+  void PingWithoutCallback(const char* host, unsigned data, unsigned count) {
+    Call(host, data, count, 1, nullptr, nullptr);
+  }
+
+  zotest::FdLeakCheck leaks;
+  std::optional<Net> net;
+  Recorder recorder;
+  _ZoPingResult result;
+  CZoError error = CZoError::Success();
+
+private:
+  void Call(const char* host, unsigned data, unsigned count, unsigned timeout, void* context,
+            CZoPingCallback* callback) {
+    net->pinger.Run([&] {
+      CZoPing ping;
+      error = ping.ping(host, data, count, timeout, context, callback, result, false);
+    });
+  }
+};
+
+class PingLoopback : public PingIn<LoopNet> {};
+
+class PingScriptedPeer : public PingIn<PeerNet> {
+protected:
+  // Pings the peer count times while it answers by script, each answer after
+  // delayMs; what it saw goes to requests. False, with nothing sent, when the
+  // peer cannot listen.
+  bool PingThePeer(std::vector<Answer> script, unsigned data, unsigned count, int delayMs = 0) {
+    Responder peer(net->peer, std::move(script), delayMs);
+    if (!peer.Ok()) return false;
+    Ping(kPeerAddress, data, count);
+    peer.Stop();
+    requests = peer.Requests();
+    return true;
+  }
+
+  std::vector<Request> requests;
+};
 
 }  // namespace
 
@@ -441,18 +321,9 @@ TEST(Ping, ANullHostFailsWithAClearError) {
 
 // ================================================================ loopback
 
-TEST(Ping, ThreeToLoopbackWithoutACallback) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
+TEST_F(PingLoopback, ThreeWithoutACallback) {
   const auto start = std::chrono::steady_clock::now();
-  net.ns.Run([&] {
-    CZoPing ping;
-    error = ping.ping("127.0.0.1", kData, 3, 1, nullptr, nullptr, result, false);
-  });
+  PingWithoutCallback("127.0.0.1", kData, 3);
   const auto took = std::chrono::steady_clock::now() - start;
   ASSERT_FALSE(error.IsError()) << error.AsString();
   EXPECT_EQ("127.0.0.1", result.server);
@@ -467,19 +338,9 @@ TEST(Ping, ThreeToLoopbackWithoutACallback) {
   EXPECT_GE(took, std::chrono::milliseconds(3000));
 }
 
-TEST(Ping, TheCallbackHearsEveryAttemptInOrderAndTheLastOneLast) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
-  Recorder recorder;
-  _ZoPingResult result;
+TEST_F(PingLoopback, TheCallbackHearsEveryAttemptInOrderAndTheLastOneLast) {
   int context = 0;
-  CZoError error = CZoError::Success();
-  net.ns.Run([&] {
-    CZoPing ping;
-    error = ping.ping("127.0.0.1", 100, 3, 1, &context, &recorder, result, false);
-  });
+  Ping("127.0.0.1", 100, 3, 1, &context);
   ASSERT_FALSE(error.IsError()) << error.AsString();
   ASSERT_EQ(1u, recorder.logs.size());
   EXPECT_EQ("ZoPing: [server - 127.0.0.1] [IP - 127.0.0.1]", recorder.logs[0]);
@@ -501,20 +362,10 @@ TEST(Ping, TheCallbackHearsEveryAttemptInOrderAndTheLastOneLast) {
             result.totalTime);
 }
 
-TEST(Ping, ACallbackThatSaysStopEndsTheCallWithSuccess) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
-  Recorder recorder;
+TEST_F(PingLoopback, ACallbackThatSaysStopEndsTheCallWithSuccess) {
   recorder.stopAfter = 1;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
   const auto start = std::chrono::steady_clock::now();
-  net.ns.Run([&] {
-    CZoPing ping;
-    error = ping.ping("127.0.0.1", kData, 3, 1, nullptr, &recorder, result, false);
-  });
+  Ping("127.0.0.1", kData, 3);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1900));
   ASSERT_FALSE(error.IsError()) << error.AsString();
   EXPECT_EQ(1u, result.sent);
@@ -522,20 +373,14 @@ TEST(Ping, ACallbackThatSaysStopEndsTheCallWithSuccess) {
   EXPECT_FALSE(recorder.seen[0].last);
 }
 
-TEST(Ping, ASecondPingOnOneObjectFailsAsTheSocketIsInUse) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
-  _ZoPingResult result;
-  CZoError first = CZoError::Success();
+TEST_F(PingLoopback, ASecondPingOnOneObjectFailsAsTheSocketIsInUse) {
   CZoError second = CZoError::Success();
-  net.ns.Run([&] {
+  net->pinger.Run([&] {
     CZoPing ping;
-    first = ping.ping("127.0.0.1", kData, 1, 1, nullptr, nullptr, result, false);
+    error = ping.ping("127.0.0.1", kData, 1, 1, nullptr, nullptr, result, false);
     second = ping.ping("127.0.0.1", kData, 1, 1, nullptr, nullptr, result, false);
   });
-  ASSERT_FALSE(first.IsError()) << first.AsString();
+  ASSERT_FALSE(error.IsError()) << error.AsString();
   ASSERT_TRUE(second.Is(ZONET_ERR_INVALID_STATE)) << second.AsString();
   ASSERT_EQ(3u, second.GetItemCount()) << second.AsString();
   EXPECT_TRUE(StartsWith(Entry(second, 0), "CZoSocket::ICMPSocket: Socket already in use (")) << Entry(second, 0);
@@ -543,6 +388,19 @@ TEST(Ping, ASecondPingOnOneObjectFailsAsTheSocketIsInUse) {
       << Entry(second, 1);
   EXPECT_TRUE(Entry(second, 2) == "CZoPing::ping: prepare socket failed [127.0.0.1]") << Entry(second, 2);
   EXPECT_EQ(1u, result.sent);
+}
+
+TEST_F(PingLoopback, ALocalSocketPathAsHostFailsAtTheFirstSend) {
+  // A text with a slash is a local address to the address object, which an
+  // ICMP socket cannot send to.
+  PingWithoutCallback("/tmp/zo-ping.sock", kData, 2);
+  ASSERT_TRUE(error.IsError());
+  const size_t n = error.GetItemCount();
+  ASSERT_GE(n, 3u) << error.AsString();
+  EXPECT_EQ("CZoPing::sendPingRequest: Sending ping request failed", Entry(error, n - 2)) << error.AsString();
+  EXPECT_EQ("CZoPing::ping: Sending ping request failed", Entry(error, n - 1)) << error.AsString();
+  EXPECT_EQ("/tmp/zo-ping.sock", result.server);
+  EXPECT_EQ(0u, result.sent);
 }
 
 namespace {
@@ -562,11 +420,7 @@ void* CountingLookup(const char* name) {
 
 }  // namespace
 
-TEST(Ping, ANumericHostNeverReachesTheResolver) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
+TEST_F(PingLoopback, ANumericHostNeverReachesTheResolver) {
   zonet_internal::SetResolverLookup(CountingLookup);
   zonet_internal::ResetResolverBinding();
   g_nameLookups = 0;
@@ -575,7 +429,7 @@ TEST(Ping, ANumericHostNeverReachesTheResolver) {
   CZoError numericError = CZoError::Success();
   CZoError namedError = CZoError::Success();
   int afterNumeric = -1;
-  net.ns.Run([&] {
+  net->pinger.Run([&] {
     CZoPing a;
     numericError = a.ping("127.0.0.1", kData, 1, 1, nullptr, &numeric, numericResult, false);
     afterNumeric = g_nameLookups;
@@ -600,31 +454,18 @@ TEST(Ping, ANumericHostNeverReachesTheResolver) {
 
 // ================================================================ a scripted peer
 
-TEST(Ping, TheRequestOnTheWire) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
-  Responder peer(net.peer, {Answer::kGood, Answer::kGood});
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, kData, 2, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+TEST_F(PingScriptedPeer, TheRequestOnTheWire) {
+  ASSERT_TRUE(PingThePeer({Answer::kGood, Answer::kGood}, kData, 2));
   ASSERT_FALSE(error.IsError()) << error.AsString();
   EXPECT_EQ(2u, result.received);
-  ASSERT_EQ(2u, peer.Requests().size());
+  ASSERT_EQ(2u, requests.size());
   for (size_t i = 0; i < 2; ++i) {
-    const Request& r = peer.Requests()[i];
+    const Request& r = requests[i];
     EXPECT_EQ(128, r.ttl);
     EXPECT_EQ(8, r.type);
     EXPECT_EQ(0, r.code);
     // Identifier and sequence in the machine's own order.
-    EXPECT_EQ(OwnIdentifier(), r.id);
+    EXPECT_EQ(zotest::OwnIcmpIdentifier(), r.id);
     EXPECT_EQ(i, r.sequence);
     EXPECT_EQ(8 + kData, r.icmpLength);
     EXPECT_TRUE(r.checksumRight);
@@ -633,49 +474,23 @@ TEST(Ping, TheRequestOnTheWire) {
   EXPECT_EQ(64u, recorder.seen[1].response.ttl);
 }
 
-TEST(Ping, OneDataByteMakesANineBytePacketWhoseOddByteIsSummed) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
+TEST_F(PingScriptedPeer, OneDataByteMakesANineBytePacketWhoseOddByteIsSummed) {
   // The replies carry 0x5A in the odd byte: summed right, then summed without it.
-  Responder peer(net.peer, {Answer::kOddByte, Answer::kOddByteUnsummed});
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, 1, 2, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+  ASSERT_TRUE(PingThePeer({Answer::kOddByte, Answer::kOddByteUnsummed}, 1, 2));
   ASSERT_FALSE(error.IsError()) << error.AsString();
-  ASSERT_EQ(2u, peer.Requests().size());
-  EXPECT_EQ(9u, peer.Requests()[0].icmpLength);
-  EXPECT_TRUE(peer.Requests()[0].checksumRight);
+  ASSERT_EQ(2u, requests.size());
+  EXPECT_EQ(9u, requests[0].icmpLength);
+  EXPECT_TRUE(requests[0].checksumRight);
   EXPECT_EQ((std::vector<unsigned>{0, 3}), Statuses(recorder));
   EXPECT_EQ(1u, recorder.seen[0].response.bytes);
   EXPECT_EQ(1u, result.received);
   EXPECT_EQ(1u, result.badChecksum);
 }
 
-TEST(Ping, APeerThatNeverAnswersTimesOutEveryAttempt) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
-  Responder peer(net.peer, {});
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, kData, 2, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+TEST_F(PingScriptedPeer, APeerThatNeverAnswersTimesOutEveryAttempt) {
+  ASSERT_TRUE(PingThePeer({}, kData, 2));
   ASSERT_FALSE(error.IsError()) << error.AsString();
-  EXPECT_EQ(2u, peer.Requests().size());
+  EXPECT_EQ(2u, requests.size());
   EXPECT_EQ(2u, result.sent);
   EXPECT_EQ(2u, result.timedOut);
   EXPECT_EQ(0u, result.received);
@@ -690,21 +505,8 @@ TEST(Ping, APeerThatNeverAnswersTimesOutEveryAttempt) {
   EXPECT_EQ(recorder.seen[0].response.time + recorder.seen[1].response.time, result.totalTime);
 }
 
-TEST(Ping, ALateReplyTakesAtLeastItsDelay) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
-  Responder peer(net.peer, {Answer::kGood}, 300);
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, kData, 1, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+TEST_F(PingScriptedPeer, ALateReplyTakesAtLeastItsDelay) {
+  ASSERT_TRUE(PingThePeer({Answer::kGood}, kData, 1, 300));
   ASSERT_FALSE(error.IsError()) << error.AsString();
   ASSERT_EQ(1u, recorder.seen.size());
   EXPECT_EQ(0u, recorder.seen[0].response.status);
@@ -714,27 +516,14 @@ TEST(Ping, ALateReplyTakesAtLeastItsDelay) {
   EXPECT_TRUE(recorder.seen[0].last);
 }
 
-TEST(Ping, MisbehavingRepliesEachUseUpTheirAttempt) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
+TEST_F(PingScriptedPeer, MisbehavingRepliesEachUseUpTheirAttempt) {
   // 1: another process's reply, then ours, which waits for attempt 2 (no
   // answer of its own): sequences are never compared. 3: destination
   // unreachable. 4: a byte short. 5: a wrong checksum.
-  Responder peer(net.peer, {Answer::kForeignThenGood, Answer::kNone, Answer::kUnreachable, Answer::kShort,
-                            Answer::kBadChecksum});
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, kData, 5, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+  ASSERT_TRUE(PingThePeer(
+      {Answer::kForeignThenGood, Answer::kNone, Answer::kUnreachable, Answer::kShort, Answer::kBadChecksum}, kData, 5));
   ASSERT_FALSE(error.IsError()) << error.AsString();
-  EXPECT_EQ(5u, peer.Requests().size());
+  EXPECT_EQ(5u, requests.size());
   EXPECT_EQ((std::vector<unsigned>{4, 0, 4, 2, 3}), Statuses(recorder));
   EXPECT_EQ(5u, result.sent);
   EXPECT_EQ(1u, result.received);
@@ -755,24 +544,11 @@ TEST(Ping, MisbehavingRepliesEachUseUpTheirAttempt) {
   for (const Seen& s : recorder.seen) EXPECT_LT(s.response.time, 900u);
 }
 
-TEST(Ping, AReusedRecordGoesOnCounting) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
-  Responder peer(net.peer, {Answer::kGood, Answer::kGood});
-  ASSERT_TRUE(peer.Ok());
-  Recorder recorder;
-  _ZoPingResult result;
+TEST_F(PingScriptedPeer, AReusedRecordGoesOnCounting) {
   result.sent = 1;
   result.received = 1;
   result.totalTime = 5;
-  CZoError error = CZoError::Success();
-  net.pinger.Run([&] {
-    CZoPing ping;
-    error = ping.ping(kPeerAddress, kData, 2, 1, nullptr, &recorder, result, false);
-  });
-  peer.Stop();
+  ASSERT_TRUE(PingThePeer({Answer::kGood, Answer::kGood}, kData, 2));
   ASSERT_FALSE(error.IsError()) << error.AsString();
   EXPECT_EQ(3u, result.sent);
   EXPECT_EQ(3u, result.received);
@@ -784,29 +560,17 @@ TEST(Ping, AReusedRecordGoesOnCounting) {
   EXPECT_FALSE(recorder.seen[1].last);
   EXPECT_EQ(5u + recorder.seen[0].response.time + recorder.seen[1].response.time, result.totalTime);
   // On the wire the sequence is the record's count before the attempt.
-  ASSERT_EQ(2u, peer.Requests().size());
-  EXPECT_EQ(1u, peer.Requests()[0].sequence);
-  EXPECT_EQ(2u, peer.Requests()[1].sequence);
+  ASSERT_EQ(2u, requests.size());
+  EXPECT_EQ(1u, requests[0].sequence);
+  EXPECT_EQ(2u, requests[1].sequence);
 }
 
-TEST(Ping, WithoutATimeOutTheSocketBlocksForALateReply) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
+TEST_F(PingScriptedPeer, WithoutATimeOutTheSocketBlocksForALateReply) {
   // Later than a one-second time-out would ever wait on the whole-second clock.
-  Responder peer(net.peer, {Answer::kGood}, 3200);
+  Responder peer(net->peer, {Answer::kGood}, 3200);
   ASSERT_TRUE(peer.Ok());
   const std::set<int> before = RawIcmpSockets();
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  std::thread pinging([&] {
-    net.pinger.Run([&] {
-      CZoPing ping;
-      error = ping.ping(kPeerAddress, kData, 1, 0, nullptr, &recorder, result, false);
-    });
-  });
+  std::thread pinging([&] { Ping(kPeerAddress, kData, 1, 0); });
   const int fd = WaitForNewRawSocket(before);
   int flags = fd >= 0 ? PeekFlags(fd) : -1;
   pinging.join();
@@ -819,24 +583,12 @@ TEST(Ping, WithoutATimeOutTheSocketBlocksForALateReply) {
   EXPECT_GE(recorder.seen[0].response.time, 3200u);
 }
 
-TEST(Ping, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  PeerNet net;
-  ASSERT_TRUE(net.Build());
+TEST_F(PingScriptedPeer, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
   // Packets to an address nobody owns wait in the neighbour queue while its
   // resolution is tried, holding the socket's send room; make that last.
-  ASSERT_EQ(0, net.pinger.Exec("sysctl -q -w net.ipv4.neigh.va.mcast_solicit=30"));
+  ASSERT_EQ(0, net->pinger.Exec("sysctl -q -w net.ipv4.neigh.va.mcast_solicit=30"));
   const std::set<int> before = RawIcmpSockets();
-  Recorder recorder;
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  std::thread pinging([&] {
-    net.pinger.Run([&] {
-      CZoPing ping;
-      error = ping.ping(kNobodyAddress, kData, 1, 1, nullptr, &recorder, result, false);
-    });
-  });
+  std::thread pinging([&] { Ping(kNobodyAddress, kData, 1); });
   // While the ping sleeps its first second, fill its socket's send room.
   const int fd = WaitForNewRawSocket(before);
   int queued = 0;
@@ -847,9 +599,7 @@ TEST(Ping, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
     sockaddr_in nobody = {};
     nobody.sin_family = AF_INET;
     inet_pton(AF_INET, kNobodyAddress, &nobody.sin_addr);
-    std::vector<uint8_t> echo(8 + kData, 0);
-    echo[0] = 8;
-    StoreChecksum(echo, echo.size());
+    const std::vector<uint8_t> echo = zotest::EchoRequest(0, 0, kData);
     while (queued < 1000 && PokeSendTo(fd, echo.data(), echo.size(), MSG_DONTWAIT, nobody) > 0) ++queued;
     flags = PeekFlags(fd);
   }
@@ -871,26 +621,4 @@ TEST(Ping, ASendTimeOutLeavesTheReceiveStampAtTheEpoch) {
   EXPECT_LT(asSigned, 0);
   EXPECT_NEAR(static_cast<double>(-nowMs), static_cast<double>(asSigned), 10000.0);
   EXPECT_EQ(recorder.seen[0].response.time, result.totalTime);
-}
-
-TEST(Ping, ALocalSocketPathAsHostFailsAtTheFirstSend) {
-  REQUIRE_PING_PEERS();
-  zotest::FdLeakCheck leaks;
-  LoopNet net;
-  ASSERT_TRUE(net.Build());
-  // A text with a slash is a local address to the address object, which an
-  // ICMP socket cannot send to.
-  _ZoPingResult result;
-  CZoError error = CZoError::Success();
-  net.ns.Run([&] {
-    CZoPing ping;
-    error = ping.ping("/tmp/zo-ping.sock", kData, 2, 1, nullptr, nullptr, result, false);
-  });
-  ASSERT_TRUE(error.IsError());
-  const size_t n = error.GetItemCount();
-  ASSERT_GE(n, 3u) << error.AsString();
-  EXPECT_EQ("CZoPing::sendPingRequest: Sending ping request failed", Entry(error, n - 2)) << error.AsString();
-  EXPECT_EQ("CZoPing::ping: Sending ping request failed", Entry(error, n - 1)) << error.AsString();
-  EXPECT_EQ("/tmp/zo-ping.sock", result.server);
-  EXPECT_EQ(0u, result.sent);
 }

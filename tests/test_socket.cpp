@@ -8,6 +8,7 @@
 #include <sys/un.h>
 
 #include <climits>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -472,6 +473,31 @@ TEST(Socket, PeerSendingHalfAndClosingGivesSuccessWithHalf) {
   EXPECT_EQ(0, std::memcmp(buf, "12345", 5));
 }
 
+namespace {
+
+// What a 10-byte peek at a fresh pair's accepting end gives after the other
+// end sent "1234" and went away as goAway makes it go, by ZONET_recv or by
+// ZONET_recvwithtimeout (which must not call that a time-out).
+struct PeekOutcome {
+  int rc = -1;
+  int received = -1;
+};
+void PeekAfterThePeerGoes(bool timed, const std::function<void(Fd& sender)>& goAway, PeekOutcome* out) {
+  auto pair = socktest::TcpPair();
+  int sent = 0;
+  ASSERT_EQ(0, ZONET_send(pair.first.sock(), "1234", 4, &sent, 0));
+  ASSERT_NO_FATAL_FAILURE(goAway(pair.first));
+  char buf[10];
+  int timedOut = -1;
+  out->rc = timed ? ZONET_recvwithtimeout(pair.second.sock(), buf, 10, &out->received, 5, &timedOut, MSG_PEEK)
+                  : ZONET_recv(pair.second.sock(), buf, 10, &out->received, MSG_PEEK);
+  if (timed) {
+    EXPECT_EQ(0, timedOut);
+  }
+}
+
+}  // namespace
+
 // A peer that resets the connection (an abortive close) is an error, not an
 // orderly end: the repeated peek gives the receive's ECONNRESET, in both the
 // plain and the timed form.
@@ -479,21 +505,13 @@ TEST(Socket, PeekOfResetConnectionGivesTheResetError) {
   zotest::FdLeakCheck leaks;
   for (int timed = 0; timed < 2; ++timed) {
     SCOPED_TRACE(timed ? "ZONET_recvwithtimeout" : "ZONET_recv");
-    auto pair = socktest::TcpPair();
-    int sent = 0;
-    ASSERT_EQ(0, ZONET_send(pair.first.sock(), "1234", 4, &sent, 0));
-    const linger abortive = {1, 0};
-    ASSERT_EQ(0, ::setsockopt(pair.first.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)));
-    pair.first.reset();
-    char buf[10];
-    int received = -1;
-    int timedOut = -1;
-    const int rc = timed ? ZONET_recvwithtimeout(pair.second.sock(), buf, 10, &received, 5, &timedOut, MSG_PEEK)
-                         : ZONET_recv(pair.second.sock(), buf, 10, &received, MSG_PEEK);
-    EXPECT_EQ(ECONNRESET, rc);
-    if (timed) {
-      EXPECT_EQ(0, timedOut);
-    }
+    PeekOutcome peek;
+    ASSERT_NO_FATAL_FAILURE(PeekAfterThePeerGoes(timed, [](Fd& sender) {
+      const linger abortive = {1, 0};
+      ASSERT_EQ(0, ::setsockopt(sender.get(), SOL_SOCKET, SO_LINGER, &abortive, sizeof(abortive)));
+      sender.reset();
+    }, &peek));
+    EXPECT_EQ(ECONNRESET, peek.rc);
   }
 }
 
@@ -503,20 +521,11 @@ TEST(Socket, PeekOfShutDownPeerGivesShortCount) {
   zotest::FdLeakCheck leaks;
   for (int timed = 0; timed < 2; ++timed) {
     SCOPED_TRACE(timed ? "ZONET_recvwithtimeout" : "ZONET_recv");
-    auto pair = socktest::TcpPair();
-    int sent = 0;
-    ASSERT_EQ(0, ZONET_send(pair.first.sock(), "1234", 4, &sent, 0));
-    ASSERT_EQ(0, ::shutdown(pair.first.get(), SHUT_WR));
-    char buf[10];
-    int received = -1;
-    int timedOut = -1;
-    const int rc = timed ? ZONET_recvwithtimeout(pair.second.sock(), buf, 10, &received, 5, &timedOut, MSG_PEEK)
-                         : ZONET_recv(pair.second.sock(), buf, 10, &received, MSG_PEEK);
-    EXPECT_EQ(0, rc);
-    EXPECT_EQ(4, received);
-    if (timed) {
-      EXPECT_EQ(0, timedOut);
-    }
+    PeekOutcome peek;
+    ASSERT_NO_FATAL_FAILURE(PeekAfterThePeerGoes(
+        timed, [](Fd& sender) { ASSERT_EQ(0, ::shutdown(sender.get(), SHUT_WR)); }, &peek));
+    EXPECT_EQ(0, peek.rc);
+    EXPECT_EQ(4, peek.received);
   }
 }
 

@@ -86,6 +86,10 @@ void* LibrarySymbol(void* module, const char* name, std::string& text) {
   return address;
 }
 
+void LibraryClose(void* module) {
+  if (module != nullptr) ::dlclose(module);
+}
+
 std::string ErrorText(long code) {
   if (code < 0) return ::gai_strerror(static_cast<int>(code));
   char buffer[256];

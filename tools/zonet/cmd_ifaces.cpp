@@ -19,10 +19,7 @@ std::string Text(const CZoIPAddr& addr) {
   return text.c_str();
 }
 
-int IfacesUsage(const std::string& bad) {
-  std::fprintf(stderr, "zonet ifaces: unknown option '%s'\n", bad.c_str());
-  return 2;
-}
+int IfacesUsage(const std::string& bad) { return UsageError("ifaces: unknown option '%s'", bad.c_str()); }
 
 }  // namespace
 

@@ -1,10 +1,8 @@
 // zonet ping: ICMP echo through CZoPing, a line per attempt and a summary in
 // the style of the system's ping.
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <system_error>
 
 #include "ZoNetwork/ZoPing.h"
 #include "commands.h"
@@ -13,19 +11,9 @@ namespace zonet {
 
 namespace {
 
-// The whole of text as a decimal number within [low, high], or false.
-bool ParseNumber(const std::string& text, unsigned long low, unsigned long high, unsigned long& value) {
-  unsigned long parsed = 0;
-  const char* end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, parsed);
-  if (text.empty() || result.ec != std::errc() || result.ptr != end || parsed < low || parsed > high) return false;
-  value = parsed;
-  return true;
-}
-
 // The largest echo data an IPv4 datagram holds: 65535 less the IP and ICMP
 // headers.
-const unsigned long kMaxData = 65507;
+const long long kMaxData = 65507;
 
 // Prints every attempt as it comes and keeps the round trips of good replies.
 class Printer : public CZoPingCallback {
@@ -86,17 +74,16 @@ private:
 };
 
 int BadOption(const char* what, const std::string& value) {
-  std::fprintf(stderr, "zonet ping: invalid %s '%s'\n", what, value.c_str());
-  return 2;
+  return UsageError("ping: invalid %s '%s'", what, value.c_str());
 }
 
 }  // namespace
 
 int CmdPing(const Args& args) {
   std::string host;
-  unsigned long count = 4;
-  unsigned long size = 56;
-  unsigned long timeout = 1;
+  long long count = 4;
+  long long size = 56;
+  long long timeout = 1;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     const bool hasValue = i + 1 < args.size();
@@ -107,21 +94,16 @@ int CmdPing(const Args& args) {
     } else if (arg == "-W" && hasValue) {
       if (!ParseNumber(args[++i], 0, 86400, timeout)) return BadOption("time-out", args[i]);
     } else if (!arg.empty() && arg[0] == '-') {
-      std::fprintf(stderr, "zonet ping: unknown option or missing value '%s'\n", arg.c_str());
-      return 2;
+      return UsageError("ping: unknown option or missing value '%s'", arg.c_str());
     } else if (host.empty()) {
       host = arg;
     } else {
-      std::fprintf(stderr, "zonet ping: one host only ('%s' is a second)\n", arg.c_str());
-      return 2;
+      return UsageError("ping: one host only ('%s' is a second)", arg.c_str());
     }
   }
-  if (host.empty()) {
-    std::fprintf(stderr, "usage: zonet ping HOST [-c COUNT] [-s SIZE] [-W SECONDS]\n");
-    return 2;
-  }
+  if (host.empty()) return UsageError("ping: a host is needed");
 
-  Printer printer(host, size);
+  Printer printer(host, static_cast<unsigned long>(size));
   _ZoPingResult result;
   CZoPing ping;
   CZoError error = ping.ping(host.c_str(), static_cast<unsigned>(size), static_cast<unsigned>(count),

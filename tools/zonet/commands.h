@@ -54,6 +54,8 @@ int CmdIfaces(const Args& args);
 int CmdPing(const Args& args);
 // platform HTTP client
 int CmdZoHttp(const Args& args);
+// requests over libcurl
+int CmdHttp(const Args& args);
 
 }  // namespace zonet
 

@@ -43,6 +43,10 @@ const zonet::Command* Commands(size_t& count) {
        "ZoHTTP: fetch FILE of BASEURL into --dir DIR (default .), list BASEURL's links, or post LOGFILE to its "
        "upload script (--tkid T); --jsp, --agent A, --user U, --password P, --insecure, --timeout MS",
        zonet::CmdZoHttp},
+      {"http", "get URL [-o FILE] | put FILE URL | head URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
+       "one HTTP or HTTPS request: GET to standard output or FILE (a progress line on long transfers), PUT of a "
+       "file, or HEAD with the answer's headers",
+       zonet::CmdHttp},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

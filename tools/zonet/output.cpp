@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "ZoNetwork/CurlWrapper.h"
+#include "ZoNetwork/XnCURLError.h"
 #include "ZoUtils/ZoError.h"
 #include "ZoUtils/ZoErrorCodes.h"
 #include "commands.h"
@@ -127,6 +129,15 @@ std::string DescribeCode(const CZoError& error) {
   if (result >= 0 && result <= 0xFFFF &&
       FXErrorUtil::ErrorXNResult(Here(), static_cast<int>(result), "%s", "").GetErrorCode() == code) {
     return "result " + std::to_string(result);
+  }
+
+  // curl's codes, recognised by the domain's own read-back; 0 is the domain's
+  // "no code of curl's", a request the server refused.
+  const int curl = XnCURL::GetXnCURL(error);
+  if (curl >= 0 && XnCURL::IsXnCURL(error, curl)) {
+    if (curl == 0) return "curl 0: the server refused the request";
+    return "curl " + std::to_string(curl) + ": " +
+           CurlWrapper::xn_curl_easy_strerror(static_cast<CURLcode>(curl));
   }
 
   // Everything else is a system number as it came: errno when positive, the

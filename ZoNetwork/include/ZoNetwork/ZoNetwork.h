@@ -32,5 +32,10 @@
 // ping
 #include "ZoNetwork/ZoPing.h"
 #include "ZoNetwork/ZoHTTP.h"
+// requests over libcurl: binding, error domain, engine, HTTP
+#include "ZoNetwork/CurlWrapper.h"
+#include "ZoNetwork/XnCURLError.h"
+#include "ZoNetwork/XnHTTPReq.h"
+#include "ZoNetwork/XnProtocolReq.h"
 
 #endif  // ZONETWORK_ZONETWORK_H

@@ -6,14 +6,16 @@
 #include "ZoUtils/ZoError.h"
 #include "ZoUtils/ZoUtilsExport.h"
 
-/// Loads one shared library and finds names in it. A loaded library stays for
-/// the life of the process, as everything the system loads at run time does.
+/// Loads one shared library and finds names in it. Whether the library is
+/// unloaded with the object is the constructor's choice.
 class ZOUTILS_API CZoLibrary {
 public:
-  /// An object with nothing loaded; flag has no meaning on Linux (callers
-  /// pass true).
-  explicit CZoLibrary(bool flag);
-  /// Leaves the library loaded: it stays for the life of the process.
+  /// An object with nothing loaded. unloadOnDestroy true: the destructor
+  /// unloads what this object loaded; false: the library stays for the life
+  /// of the process.
+  explicit CZoLibrary(bool unloadOnDestroy);
+  /// Unloads the library if the object was made with true and loaded one;
+  /// otherwise leaves it loaded.
   ~CZoLibrary();
   /// Not copyable.
   CZoLibrary(const CZoLibrary&) = delete;
@@ -33,6 +35,7 @@ public:
 
 private:
   void* m_module;
+  bool m_unloadOnDestroy;
 };
 
 #endif  // ZOUTILS_ZOLIBRARY_H
