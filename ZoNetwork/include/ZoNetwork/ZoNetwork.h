@@ -32,6 +32,7 @@
 // ping
 #include "ZoNetwork/ZoPing.h"
 #include "ZoNetwork/ZoHTTP.h"
+#include "ZoNetwork/ZoHTTP2.h"
 // requests over libcurl: binding, error domain, engine, HTTP
 #include "ZoNetwork/CurlWrapper.h"
 #include "ZoNetwork/XnCURLError.h"
