@@ -54,6 +54,9 @@ int CmdIfaces(const Args& args);
 int CmdPing(const Args& args);
 // platform HTTP client
 int CmdZoHttp(const Args& args);
+// the second platform HTTP client and its proxy look-ups
+int CmdHttp2(const Args& args);
+int CmdProxy(const Args& args);
 // requests over libcurl
 int CmdHttp(const Args& args);
 

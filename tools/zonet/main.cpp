@@ -43,6 +43,13 @@ const zonet::Command* Commands(size_t& count) {
        "ZoHTTP: fetch FILE of BASEURL into --dir DIR (default .), list BASEURL's links, or post LOGFILE to its "
        "upload script (--tkid T); --jsp, --agent A, --user U, --password P, --insecure, --timeout MS",
        zonet::CmdZoHttp},
+      {"http2", "get URL FILE | put FILE URL [--user U] [--password P] [--timeout S] [--post] [--raw-url]",
+       "CZoHTTP2: fetch URL into FILE, or send FILE to URL (PUT; --post: POST); --raw-url: no escaping",
+       zonet::CmdHttp2},
+      {"proxy", "[URL] [--pac URL]",
+       "the machine's and the user's proxy settings, and the proxy for URL by the script --pac URL (else the "
+       "user's script, else auto-detection)",
+       zonet::CmdProxy},
       {"http", "get URL [-o FILE] | put FILE URL | head URL [--insecure] [--user U:P] [--proxy [U:P@]HOST:PORT]",
        "one HTTP or HTTPS request: GET to standard output or FILE (a progress line on long transfers), PUT of a "
        "file, or HEAD with the answer's headers",
