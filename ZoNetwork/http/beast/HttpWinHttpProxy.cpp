@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -415,7 +416,15 @@ bool EvaluatePac(const std::string& script, const std::string& url, const std::s
   if (child == 0) {
     // The child: bounded from outside the engine, whatever the script does.
     close(fds[0]);
-    rlimit memory{memoryBytes, memoryBytes};
+    // The limit counts on top of what the process has mapped already (a
+    // sanitizer's shadow memory is a large reservation of its own).
+    uint64_t mapped = 0;
+    if (FILE* statm = std::fopen("/proc/self/statm", "r")) {
+      unsigned long long pages = 0;
+      if (std::fscanf(statm, "%llu", &pages) == 1) mapped = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+      std::fclose(statm);
+    }
+    rlimit memory{mapped + memoryBytes, mapped + memoryBytes};
     setrlimit(RLIMIT_AS, &memory);
     rlim_t seconds = static_cast<rlim_t>(timeoutMs / 1000 + 1);
     rlimit cpu{seconds, seconds};
