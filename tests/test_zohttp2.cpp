@@ -285,6 +285,8 @@ TEST(ZoHTTP2Url, BreakUrlVectors) {
       {L"ftp://host/x", "", "ftp://host/x", 0},
       {L"http://host:99999/", "", "http://host:99999/", 0},
       {L"http:///nohost", "", "http:///nohost", 0},
+      {L"http://host:0/zero", "", "http://host:0/zero", 0},
+      {L"http://host:/empty-port", "host", "/empty-port", 80},
   };
   for (const V& v : vectors) {
     CZoHTTP2 h;

@@ -484,6 +484,8 @@ bool WinHttpCrackUrl(const wchar_t* url, uint32_t length, uint32_t, UrlComponent
       port = port * 10 + (*q - L'0');
       if (port > 65535) return Fail(ZONET_ERR_HTTP_INVALID_URL);
     }
+    // No server listens on port 0: such a URL names nothing.
+    if (port == 0) return Fail(ZONET_ERR_HTTP_INVALID_URL);
   }
   const wchar_t* path = authorityEnd;
   const wchar_t* extra = path;
