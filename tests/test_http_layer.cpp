@@ -73,9 +73,14 @@ std::string Ok(const std::string& body, std::vector<std::string> headers = {}) {
   return ScriptedHttpPeer::Response(200, "OK", headers, body);
 }
 
+// Every test leaves no descriptor open: checked around each whole test.
+class HttpLayer : public ::testing::Test {
+  zotest::FdLeakCheck m_leaks;
+};
+
 }  // namespace
 
-TEST(HttpLayer, GetFromNginxAndNothingLeft) {
+TEST_F(HttpLayer, GetFromNginxAndNothingLeft) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
@@ -91,7 +96,7 @@ TEST(HttpLayer, GetFromNginxAndNothingLeft) {
   EXPECT_EQ(zonet_internal::HttpOpenHandleCount(), handlesBefore);
 }
 
-TEST(HttpLayer, HandlesClosedTwiceOrForgedAreRefused) {
+TEST_F(HttpLayer, HandlesClosedTwiceOrForgedAreRefused) {
   hp::Handle root = hp::InternetOpen("x", hp::kOpenTypeDirect, nullptr, nullptr, 0);
   ASSERT_NE(root, nullptr);
   hp::Handle connect = hp::InternetConnect(root, "localhost", 80, nullptr, nullptr, hp::kServiceHttp, 0, 0);
@@ -108,7 +113,7 @@ TEST(HttpLayer, HandlesClosedTwiceOrForgedAreRefused) {
   EXPECT_FALSE(hp::InternetCloseHandle(root));
 }
 
-TEST(HttpLayer, ClosingTheRootClosesItsChildren) {
+TEST_F(HttpLayer, ClosingTheRootClosesItsChildren) {
   hp::Handle root = hp::InternetOpen("x", hp::kOpenTypeDirect, nullptr, nullptr, 0);
   hp::Handle connect = hp::InternetConnect(root, "localhost", 80, nullptr, nullptr, hp::kServiceHttp, 0, 0);
   hp::Handle request = hp::HttpOpenRequest(connect, "GET", "/", nullptr, nullptr, nullptr, 0, 0);
@@ -118,7 +123,7 @@ TEST(HttpLayer, ClosingTheRootClosesItsChildren) {
   EXPECT_FALSE(hp::InternetCloseHandle(connect));
 }
 
-TEST(HttpLayer, LastErrorIsPerThread) {
+TEST_F(HttpLayer, LastErrorIsPerThread) {
   hp::SetLastError(12345);
   uint32_t other = 1;
   std::thread([&] { other = hp::LastError(); }).join();
@@ -126,7 +131,7 @@ TEST(HttpLayer, LastErrorIsPerThread) {
   EXPECT_EQ(hp::LastError(), 12345u);
 }
 
-TEST(HttpLayer, HeaderTextIsSplitIntoLines) {
+TEST_F(HttpLayer, HeaderTextIsSplitIntoLines) {
   ScriptedHttpPeer peer({{Ok("x")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   hp::Handle root = hp::InternetOpen("agent/1", hp::kOpenTypeDirect, nullptr, nullptr, 0);
@@ -149,7 +154,18 @@ TEST(HttpLayer, HeaderTextIsSplitIntoLines) {
   EXPECT_NE(raw.find("\r\nReferer: http://ref/\r\n"), std::string::npos);
 }
 
-TEST(HttpLayer, KeepAliveReusesOneConnection) {
+TEST_F(HttpLayer, BlanksAndNonAsciiInTheObjectAreEscaped) {
+  ZOTEST_REQUIRE_TOOL("nginx");
+  zotest::NginxServer nginx({});
+  ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
+  nginx.AddFile("my file \xC3\xA9.txt", "spaced");
+  Outcome out = Get("localhost", nginx.Port(), "my file \xC3\xA9.txt");
+  EXPECT_EQ(out.status, 200);
+  EXPECT_EQ(out.body, "spaced");
+  EXPECT_TRUE(nginx.WaitForAccessLog("GET /my%20file%20%C3%A9.txt HTTP/1.1"));
+}
+
+TEST_F(HttpLayer, KeepAliveReusesOneConnection) {
   ScriptedHttpPeer::Reply reply{Ok("one")};
   reply.closeAfter = false;
   ScriptedHttpPeer peer({reply});
@@ -172,7 +188,7 @@ TEST(HttpLayer, KeepAliveReusesOneConnection) {
   EXPECT_EQ(peer.Connections(), 1);
 }
 
-TEST(HttpLayer, StaleKeptConnectionIsReplaced) {
+TEST_F(HttpLayer, StaleKeptConnectionIsReplaced) {
   // The peer closes after each reply although it says nothing of it.
   ScriptedHttpPeer peer({{Ok("a")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -192,7 +208,7 @@ TEST(HttpLayer, StaleKeptConnectionIsReplaced) {
   EXPECT_EQ(peer.Requests().size(), 2u);
 }
 
-TEST(HttpLayer, RefusedPortIsCannotConnect) {
+TEST_F(HttpLayer, RefusedPortIsCannotConnect) {
   int port = zotest::PickFreePort();
   zotest::FdLeakCheck leaks;
   Outcome out = Get("127.0.0.1", port, "/");
@@ -200,7 +216,7 @@ TEST(HttpLayer, RefusedPortIsCannotConnect) {
   EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_CANNOT_CONNECT));
 }
 
-TEST(HttpLayer, UnresolvableNameIsNameNotResolved) {
+TEST_F(HttpLayer, UnresolvableNameIsNameNotResolved) {
   std::string why = zotest::HostsNamespaceUnavailableReason();
   if (!why.empty()) GTEST_SKIP() << why;
   int status = zotest::RunWithHostsFile("127.0.0.1 known.test\n", [] {
@@ -212,7 +228,7 @@ TEST(HttpLayer, UnresolvableNameIsNameNotResolved) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(HttpLayer, StallPastTheTimeoutIsTimeout) {
+TEST_F(HttpLayer, StallPastTheTimeoutIsTimeout) {
   ScriptedHttpPeer::Reply stall;
   stall.stall = true;
   ScriptedHttpPeer peer({stall});
@@ -227,7 +243,7 @@ TEST(HttpLayer, StallPastTheTimeoutIsTimeout) {
   EXPECT_LT(seconds, 5.0);
 }
 
-TEST(HttpLayer, StallInsideTheBodyIsTimeout) {
+TEST_F(HttpLayer, StallInsideTheBodyIsTimeout) {
   ScriptedHttpPeer::Reply reply{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly this", 0, false};
   ScriptedHttpPeer peer({reply});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -237,7 +253,7 @@ TEST(HttpLayer, StallInsideTheBodyIsTimeout) {
   EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_TIMEOUT));
 }
 
-TEST(HttpLayer, MidBodyCloseIsConnectionAborted) {
+TEST_F(HttpLayer, MidBodyCloseIsConnectionAborted) {
   ScriptedHttpPeer::Reply reply{Ok(std::string(5000, 'x'))};
   reply.cutAfter = 1000;
   ScriptedHttpPeer peer({reply});
@@ -249,7 +265,7 @@ TEST(HttpLayer, MidBodyCloseIsConnectionAborted) {
   EXPECT_LT(out.body.size(), 5000u);
 }
 
-TEST(HttpLayer, CloseBeforeAnyReplyIsConnectionAborted) {
+TEST_F(HttpLayer, CloseBeforeAnyReplyIsConnectionAborted) {
   ScriptedHttpPeer::Reply reply{Ok("x")};
   reply.cutAfter = 0;
   reply.raw = "";
@@ -260,7 +276,7 @@ TEST(HttpLayer, CloseBeforeAnyReplyIsConnectionAborted) {
   EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_CONNECTION_ABORTED));
 }
 
-TEST(HttpLayer, ResetIsConnectionReset) {
+TEST_F(HttpLayer, ResetIsConnectionReset) {
   zotest::ResettingPeer peer;
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::FdLeakCheck leaks;
@@ -269,7 +285,7 @@ TEST(HttpLayer, ResetIsConnectionReset) {
   EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_CONNECTION_RESET));
 }
 
-TEST(HttpLayer, GarbageStatusLineIsInvalidServerResponse) {
+TEST_F(HttpLayer, GarbageStatusLineIsInvalidServerResponse) {
   ScriptedHttpPeer peer({{"SSH-2.0-OpenSSH_9.2\r\nthis is no HTTP\r\n\r\n"}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::FdLeakCheck leaks;
@@ -279,7 +295,7 @@ TEST(HttpLayer, GarbageStatusLineIsInvalidServerResponse) {
   // The status query after a failed send tells the same reason.
 }
 
-TEST(HttpLayer, StatusBelow100IsInvalidServerResponse) {
+TEST_F(HttpLayer, StatusBelow100IsInvalidServerResponse) {
   ScriptedHttpPeer peer({{"HTTP/1.1 099 Odd\r\nContent-Length: 0\r\n\r\n"}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   Outcome out = Get("127.0.0.1", peer.Port(), "/");
@@ -287,7 +303,7 @@ TEST(HttpLayer, StatusBelow100IsInvalidServerResponse) {
   EXPECT_EQ(out.error, static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE));
 }
 
-TEST(HttpLayer, StatusQueryAfterAFailedSendTellsWhy) {
+TEST_F(HttpLayer, StatusQueryAfterAFailedSendTellsWhy) {
   int port = zotest::PickFreePort();
   hp::Handle root = hp::InternetOpen("x", hp::kOpenTypeDirect, nullptr, nullptr, 0);
   hp::Handle connect = hp::InternetConnect(root, "127.0.0.1", static_cast<uint16_t>(port), nullptr, nullptr,
@@ -304,7 +320,7 @@ TEST(HttpLayer, StatusQueryAfterAFailedSendTellsWhy) {
   hp::InternetCloseHandle(root);
 }
 
-TEST(HttpLayer, RedirectsAreFollowedForGet) {
+TEST_F(HttpLayer, RedirectsAreFollowedForGet) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
@@ -316,7 +332,7 @@ TEST(HttpLayer, RedirectsAreFollowedForGet) {
   EXPECT_EQ(kept.status, 302);
 }
 
-TEST(HttpLayer, ServerChallengeAnsweredWithBasic) {
+TEST_F(HttpLayer, ServerChallengeAnsweredWithBasic) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer::Options options;
   options.user = "alice";
@@ -333,7 +349,7 @@ TEST(HttpLayer, ServerChallengeAnsweredWithBasic) {
   EXPECT_EQ(bad.status, 401);
 }
 
-TEST(HttpLayer, ServerChallengeAnsweredWithDigest) {
+TEST_F(HttpLayer, ServerChallengeAnsweredWithDigest) {
   std::string challenge = ScriptedHttpPeer::Response(
       401, "Unauthorized", {"WWW-Authenticate: Digest realm=\"r\", nonce=\"n0nce\", qop=\"auth\", opaque=\"op\""}, "no");
   ScriptedHttpPeer peer({{challenge}, {Ok("in")}});
@@ -349,7 +365,7 @@ TEST(HttpLayer, ServerChallengeAnsweredWithDigest) {
   EXPECT_NE(second.find("opaque=\"op\""), std::string::npos);
 }
 
-TEST(HttpLayer, NtlmOnlyChallengeIsReturnedToTheCaller) {
+TEST_F(HttpLayer, NtlmOnlyChallengeIsReturnedToTheCaller) {
   std::string challenge =
       ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: NTLM", "WWW-Authenticate: Negotiate"}, "x");
   ScriptedHttpPeer peer({{challenge}});
@@ -359,7 +375,7 @@ TEST(HttpLayer, NtlmOnlyChallengeIsReturnedToTheCaller) {
   EXPECT_EQ(peer.Requests().size(), 1u);
 }
 
-TEST(HttpLayer, ProxyListBypassListAndCredentials) {
+TEST_F(HttpLayer, ProxyListBypassListAndCredentials) {
   ZOTEST_REQUIRE_TOOL("nginx");
   ZOTEST_REQUIRE_TOOL("tinyproxy");
   zotest::NginxServer nginx({});
@@ -396,7 +412,7 @@ TEST(HttpLayer, ProxyListBypassListAndCredentials) {
   EXPECT_EQ(proxy.ForwardedUrls().size(), before);
 }
 
-TEST(HttpLayer, HttpsThroughTheProxyTunnel) {
+TEST_F(HttpLayer, HttpsThroughTheProxyTunnel) {
   ZOTEST_REQUIRE_TOOL("nginx");
   ZOTEST_REQUIRE_TOOL("tinyproxy");
   zotest::NginxServer::Options options;
@@ -416,7 +432,7 @@ TEST(HttpLayer, HttpsThroughTheProxyTunnel) {
   EXPECT_NE(forwarded.back().find("localhost:" + std::to_string(nginx.Port())), std::string::npos);
 }
 
-TEST(HttpLayer, ProxySyntax) {
+TEST_F(HttpLayer, ProxySyntax) {
   using zonet_internal::HttpChooseProxy;
   EXPECT_EQ(HttpChooseProxy("proxy:8080", "", false, "h"), "proxy:8080");
   EXPECT_EQ(HttpChooseProxy("proxy", "", true, "h"), "proxy:80");
@@ -429,7 +445,7 @@ TEST(HttpLayer, ProxySyntax) {
   EXPECT_EQ(HttpChooseProxy("p:3", "*.example.com;<local>", false, "other.org"), "p:3");
 }
 
-TEST(HttpLayer, PreconfiguredProxyIsTheEnvironment) {
+TEST_F(HttpLayer, PreconfiguredProxyIsTheEnvironment) {
   setenv("http_proxy", "http://envproxy:3128/", 1);
   setenv("no_proxy", "example.com,.skip.org", 1);
   EXPECT_EQ(zonet_internal::HttpChooseProxyFromEnvironment(false, "a.b"), "envproxy:3128");
@@ -444,6 +460,7 @@ TEST(HttpLayer, PreconfiguredProxyIsTheEnvironment) {
 
 class HttpLayerTls : public ::testing::Test {
 protected:
+  zotest::FdLeakCheck m_leaks;
   void SetUp() override {
     std::string why = zotest::ServerUnavailableReason("openssl");
     if (!why.empty()) GTEST_SKIP() << why;
@@ -525,7 +542,7 @@ TEST_F(HttpLayerTls, PlainPeerSpokenToWithTlsIsChannelError) {
 
 // ---------------------------------------------------------------- threads, parsing
 
-TEST(HttpLayer, NoThreadIsCreated) {
+TEST_F(HttpLayer, NoThreadIsCreated) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
@@ -551,7 +568,7 @@ TEST(HttpLayer, NoThreadIsCreated) {
   EXPECT_EQ(most.load(), before);
 }
 
-TEST(HttpLayer, ReplyHeadParsing) {
+TEST_F(HttpLayer, ReplyHeadParsing) {
   unsigned status = 0;
   std::vector<std::pair<std::string, std::string>> fields;
   uint32_t error = 0;

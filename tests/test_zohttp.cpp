@@ -66,9 +66,21 @@ std::string ExpectedForm(const std::string& tkid, const std::string& path, const
 
 }  // namespace
 
+// Every test leaves no descriptor open: checked around each whole test.
+class NoLeaks : public ::testing::Test {
+  zotest::FdLeakCheck m_leaks;
+};
+class ZoHTTPBaseUrl : public NoLeaks {};
+class ZoHTTPCredentials : public NoLeaks {};
+class ZoHTTPGet : public NoLeaks {};
+class ZoHTTPDownload : public NoLeaks {};
+class ZoHTTPUpload : public NoLeaks {};
+class ZoHTTPCopies : public NoLeaks {};
+class ZoHTTPListing : public NoLeaks {};
+
 // ---------------------------------------------------------------- base URL
 
-TEST(ZoHTTPBaseUrl, EmptyChangesNothingElse) {
+TEST_F(ZoHTTPBaseUrl, EmptyChangesNothingElse) {
   ZoHTTP h("a");
   h.SetBaseURL("https://srv:8443/logs");
   h.SetBaseURL("");
@@ -84,7 +96,7 @@ TEST(ZoHTTPBaseUrl, EmptyChangesNothingElse) {
   EXPECT_EQ(Str(url), "HTTP:///");
 }
 
-TEST(ZoHTTPBaseUrl, HttpsWithPortAndPath) {
+TEST_F(ZoHTTPBaseUrl, HttpsWithPortAndPath) {
   ZoHTTP h("a");
   h.SetBaseURL("https://host:8443/logs");
   EXPECT_EQ(Str(ZoHTTPAccess::Scheme(h)), "https");
@@ -98,7 +110,7 @@ TEST(ZoHTTPBaseUrl, HttpsWithPortAndPath) {
   EXPECT_EQ(Str(url), "https://host:8443/logs/");
 }
 
-TEST(ZoHTTPBaseUrl, HttpsAloneGives443AndNoPath) {
+TEST_F(ZoHTTPBaseUrl, HttpsAloneGives443AndNoPath) {
   ZoHTTP h("a");
   h.SetBaseURL("https://host");
   EXPECT_EQ(ZoHTTPAccess::Port(h), 443);
@@ -110,7 +122,7 @@ TEST(ZoHTTPBaseUrl, HttpsAloneGives443AndNoPath) {
   EXPECT_EQ(ZoHTTPAccess::RequestFlags(h) & 0x800000u, 0x800000u);
 }
 
-TEST(ZoHTTPBaseUrl, NoSchemeKeepsHttp) {
+TEST_F(ZoHTTPBaseUrl, NoSchemeKeepsHttp) {
   ZoHTTP h("a");
   h.SetBaseURL("host/dir");
   EXPECT_EQ(Str(ZoHTTPAccess::Scheme(h)), "HTTP");
@@ -119,21 +131,21 @@ TEST(ZoHTTPBaseUrl, NoSchemeKeepsHttp) {
   EXPECT_EQ(ZoHTTPAccess::Port(h), 80);
 }
 
-TEST(ZoHTTPBaseUrl, ColonWithoutPortStaysInTheName) {
+TEST_F(ZoHTTPBaseUrl, ColonWithoutPortStaysInTheName) {
   ZoHTTP h("a");
   h.SetBaseURL("http://host:/x");
   EXPECT_EQ(Str(ZoHTTPAccess::WebServer(h)), "host:");
   EXPECT_EQ(ZoHTTPAccess::Port(h), 80);
 }
 
-TEST(ZoHTTPBaseUrl, QueryGivesLeadingSlashForm) {
+TEST_F(ZoHTTPBaseUrl, QueryGivesLeadingSlashForm) {
   ZoHTTP h("a");
   h.SetBaseURL("http://host/dir?a=b");
   EXPECT_EQ(Str(ZoHTTPAccess::Path(h)), "/dir");
   EXPECT_EQ(Str(ZoHTTPAccess::BaseURL(h)), "http://host/dir?a=b/");
 }
 
-TEST(ZoHTTPBaseUrl, PortIsTruncatedTo16Bits) {
+TEST_F(ZoHTTPBaseUrl, PortIsTruncatedTo16Bits) {
   ZoHTTP h("a");
   h.SetBaseURL("http://host:65617/");
   EXPECT_EQ(ZoHTTPAccess::Port(h), 81);
@@ -141,7 +153,7 @@ TEST(ZoHTTPBaseUrl, PortIsTruncatedTo16Bits) {
 
 // ---------------------------------------------------------------- credentials
 
-TEST(ZoHTTPCredentials, FiftySevenBytesEncodeTo76AndEndInCrLf) {
+TEST_F(ZoHTTPCredentials, FiftySevenBytesEncodeTo76AndEndInCrLf) {
   ZoHTTP h("a");
   std::string user(28, 'u'), password(28, 'p');  // 28 + ":" + 28 = 57 bytes
   h.SetUser(user.c_str());
@@ -153,7 +165,7 @@ TEST(ZoHTTPCredentials, FiftySevenBytesEncodeTo76AndEndInCrLf) {
   EXPECT_EQ(line.compare(0, 21, "Authorization: Basic "), 0);
 }
 
-TEST(ZoHTTPCredentials, EmptyCredentialsKeepTheOlderLine) {
+TEST_F(ZoHTTPCredentials, EmptyCredentialsKeepTheOlderLine) {
   ZoHTTP h("a");
   h.SetUser("old");
   h.SetPassword("pw");
@@ -166,7 +178,7 @@ TEST(ZoHTTPCredentials, EmptyCredentialsKeepTheOlderLine) {
   EXPECT_EQ(Str(ZoHTTPAccess::Authorization(h)), before);
 }
 
-TEST(ZoHTTPCredentials, StaleAuthorizationStillGoesOutWithTheUpload) {
+TEST_F(ZoHTTPCredentials, StaleAuthorizationStillGoesOutWithTheUpload) {
   ScriptedHttpPeer peer({{Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -185,7 +197,7 @@ TEST(ZoHTTPCredentials, StaleAuthorizationStillGoesOutWithTheUpload) {
   EXPECT_NE(peer.Requests()[0].find("\r\nAuthorization: Basic b2xkOnB3\r\n"), std::string::npos);
 }
 
-TEST(ZoHTTPCredentials, SeventySixCharactersSendOneAuthorizationLine) {
+TEST_F(ZoHTTPCredentials, SeventySixCharactersSendOneAuthorizationLine) {
   ScriptedHttpPeer peer({{Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -210,7 +222,7 @@ TEST(ZoHTTPCredentials, SeventySixCharactersSendOneAuthorizationLine) {
 
 // ---------------------------------------------------------------- GET status rules
 
-TEST(ZoHTTPGet, A302WithoutLocationCountsAsSuccess) {
+TEST_F(ZoHTTPGet, A302WithoutLocationCountsAsSuccess) {
   ScriptedHttpPeer peer({{ScriptedHttpPeer::Response(302, "Found", {}, "moved")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -224,7 +236,7 @@ TEST(ZoHTTPGet, A302WithoutLocationCountsAsSuccess) {
   EXPECT_EQ(Slurp(dir.File("r.txt")), "moved");
 }
 
-TEST(ZoHTTPGet, A401WithBodyEndsInHttp401AfterProxyCredentialsWereSet) {
+TEST_F(ZoHTTPGet, A401WithBodyEndsInHttp401AfterProxyCredentialsWereSet) {
   std::string challenge = ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"x\""}, "go away");
   ScriptedHttpPeer peer({{challenge}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -245,7 +257,7 @@ TEST(ZoHTTPGet, A401WithBodyEndsInHttp401AfterProxyCredentialsWereSet) {
   EXPECT_FALSE(Exists(dir.File("c.txt")));
 }
 
-TEST(ZoHTTPGet, A401WithoutBodyEndsInCode232) {
+TEST_F(ZoHTTPGet, A401WithoutBodyEndsInCode232) {
   std::string challenge = ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"x\""}, "");
   ScriptedHttpPeer peer({{challenge}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -263,7 +275,42 @@ TEST(ZoHTTPGet, A401WithoutBodyEndsInCode232) {
   EXPECT_TRUE(Exists(dir.File("c.txt")));
 }
 
-TEST(ZoHTTPGet, ServerCredentialsAnswerTheChallenge) {
+TEST_F(ZoHTTPGet, ProxyChallengeWithBodyIsSentAgainWithTheCredentials) {
+  // The scripted peer stands as the proxy: it gets the absolute URL.
+  std::string challenge =
+      ScriptedHttpPeer::Response(407, "Proxy Authentication Required", {"Proxy-Authenticate: Basic realm=\"p\""}, "who?");
+  ScriptedHttpPeer proxy({{challenge}, {Ok("through")}});
+  ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
+  zotest::TempDir dir;
+  ZoHTTP h("agent");
+  h.SetBaseURL("http://origin.test:8080/d");
+  h.SetProxyAccess(("127.0.0.1:" + std::to_string(proxy.Port())).c_str(), "");
+  h.SetProxyCreds("pu", "pp");
+  CZoError e = h.DownloadFile(dir.Path().c_str(), nullptr, "f.txt");
+  EXPECT_FALSE(e.IsError()) << e.AsString();
+  EXPECT_EQ(Slurp(dir.File("d/f.txt")), "through");
+  auto requests = proxy.Requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].find("GET http://origin.test:8080/d/f.txt HTTP/1.1\r\n"), 0u) << requests[0];
+  EXPECT_EQ(requests[0].find("Proxy-Authorization"), std::string::npos);
+  EXPECT_NE(requests[1].find("\r\nProxy-Authorization: Basic cHU6cHA=\r\n"), std::string::npos) << requests[1];
+}
+
+TEST_F(ZoHTTPGet, ProxyChallengeWithoutBodyEndsInCode232) {
+  std::string challenge =
+      ScriptedHttpPeer::Response(407, "Proxy Authentication Required", {"Proxy-Authenticate: Basic realm=\"p\""}, "");
+  ScriptedHttpPeer proxy({{challenge}});
+  ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
+  ZoHTTP h("agent");
+  h.SetBaseURL("http://origin.test/");
+  h.SetProxyAccess(("127.0.0.1:" + std::to_string(proxy.Port())).c_str(), nullptr);
+  h.SetProxyCreds("pu", "pp");
+  CZoError e = ZoHTTPAccess::SendRequestGet(h, "/x");
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_NO_DATA) << e.AsString();
+  EXPECT_EQ(proxy.Requests().size(), 1u);
+}
+
+TEST_F(ZoHTTPGet, ServerCredentialsAnswerTheChallenge) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer::Options options;
   options.user = "alice";
@@ -281,7 +328,7 @@ TEST(ZoHTTPGet, ServerCredentialsAnswerTheChallenge) {
   EXPECT_EQ(Slurp(dir.File("private/p.txt")), "secret");
 }
 
-TEST(ZoHTTPGet, ProxyChallengeIsAnsweredOnTheResend) {
+TEST_F(ZoHTTPGet, ProxyChallengeIsAnsweredOnTheResend) {
   ZOTEST_REQUIRE_TOOL("nginx");
   ZOTEST_REQUIRE_TOOL("tinyproxy");
   zotest::NginxServer nginx({});
@@ -300,7 +347,7 @@ TEST(ZoHTTPGet, ProxyChallengeIsAnsweredOnTheResend) {
   EXPECT_FALSE(proxy.ForwardedUrls().empty());
 }
 
-TEST(ZoHTTPGet, HttpsWithIgnoredCertificateErrors) {
+TEST_F(ZoHTTPGet, HttpsWithIgnoredCertificateErrors) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer::Options options;
   options.tls = true;
@@ -324,7 +371,7 @@ TEST(ZoHTTPGet, HttpsWithIgnoredCertificateErrors) {
 
 // ---------------------------------------------------------------- downloads
 
-TEST(ZoHTTPDownload, RemotePathMakesTheFolderAndTheObject) {
+TEST_F(ZoHTTPDownload, RemotePathMakesTheFolderAndTheObject) {
   ScriptedHttpPeer peer({{Ok("deep")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -343,7 +390,7 @@ TEST(ZoHTTPDownload, RemotePathMakesTheFolderAndTheObject) {
   EXPECT_EQ(Slurp(dir.File("a/b/f.txt")), "deep");
 }
 
-TEST(ZoHTTPDownload, LongerExistingFileKeepsItsTail) {
+TEST_F(ZoHTTPDownload, LongerExistingFileKeepsItsTail) {
   ScriptedHttpPeer peer({{Ok("NEW")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -355,7 +402,7 @@ TEST(ZoHTTPDownload, LongerExistingFileKeepsItsTail) {
   EXPECT_EQ(Slurp(dir.File("t.txt")), "NEW-and-longer");
 }
 
-TEST(ZoHTTPDownload, RefusedFileIsRemovedByTheSignOfTheCode) {
+TEST_F(ZoHTTPDownload, RefusedFileIsRemovedByTheSignOfTheCode) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
@@ -368,7 +415,7 @@ TEST(ZoHTTPDownload, RefusedFileIsRemovedByTheSignOfTheCode) {
   EXPECT_FALSE(Exists(dir.File("missing.txt")));
 }
 
-TEST(ZoHTTPDownload, PlatformFailureAlsoLosesTheFile) {
+TEST_F(ZoHTTPDownload, PlatformFailureAlsoLosesTheFile) {
   int port = zotest::PickFreePort();
   zotest::TempDir dir;
   zotest::FdLeakCheck leaks;
@@ -381,7 +428,7 @@ TEST(ZoHTTPDownload, PlatformFailureAlsoLosesTheFile) {
   EXPECT_FALSE(Exists(dir.File("x.txt")));
 }
 
-TEST(ZoHTTPDownload, MidBodyCloseLosesTheFile) {
+TEST_F(ZoHTTPDownload, MidBodyCloseLosesTheFile) {
   ScriptedHttpPeer::Reply reply{Ok(std::string(30000, 'z'))};
   reply.cutAfter = 15000;
   ScriptedHttpPeer peer({reply});
@@ -394,7 +441,7 @@ TEST(ZoHTTPDownload, MidBodyCloseLosesTheFile) {
   EXPECT_FALSE(Exists(dir.File("cut.bin")));
 }
 
-TEST(ZoHTTPDownload, TimeoutAppliesToTheRequest) {
+TEST_F(ZoHTTPDownload, TimeoutAppliesToTheRequest) {
   ScriptedHttpPeer::Reply stall;
   stall.stall = true;
   ScriptedHttpPeer peer({stall});
@@ -407,7 +454,7 @@ TEST(ZoHTTPDownload, TimeoutAppliesToTheRequest) {
   EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_HTTP_TIMEOUT) << e.AsString();
 }
 
-TEST(ZoHTTPDownload, WholeListingIsFetched) {
+TEST_F(ZoHTTPDownload, WholeListingIsFetched) {
   std::string page = "<a href=\"/\">up</a> <a href=\"/files/one.txt\">1</a> <a href=\"/files/two.txt\">2</a>";
   ScriptedHttpPeer peer({{Ok(page)}, {Ok("first")}, {Ok("second")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -425,7 +472,7 @@ TEST(ZoHTTPDownload, WholeListingIsFetched) {
   EXPECT_EQ(requests[2].find("GET /files/two.txt HTTP/1.1"), 0u);
 }
 
-TEST(ZoHTTPDownload, FailedUrlFetchLeavesItsHeadersForTheNext) {
+TEST_F(ZoHTTPDownload, FailedUrlFetchLeavesItsHeadersForTheNext) {
   zotest::TempDir dir;
   ScriptedHttpPeer peer({{ScriptedHttpPeer::Response(404, "Not Found", {}, "no")}, {Ok("later")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -452,7 +499,7 @@ TEST(ZoHTTPDownload, FailedUrlFetchLeavesItsHeadersForTheNext) {
 
 // ---------------------------------------------------------------- upload
 
-TEST(ZoHTTPUpload, FormIsByteExactForTheAspAgent) {
+TEST_F(ZoHTTPUpload, FormIsByteExactForTheAspAgent) {
   ScriptedHttpPeer peer({{Ok("stored")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -483,7 +530,7 @@ TEST(ZoHTTPUpload, FormIsByteExactForTheAspAgent) {
   EXPECT_NE(head.find("\r\nContent-Length: " + std::to_string(expected.size()) + "\r\n"), std::string::npos);
 }
 
-TEST(ZoHTTPUpload, FormIsByteExactForTheJspAgentWithPasswordInClear) {
+TEST_F(ZoHTTPUpload, FormIsByteExactForTheJspAgentWithPasswordInClear) {
   ScriptedHttpPeer peer({{Ok("stored")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -502,7 +549,7 @@ TEST(ZoHTTPUpload, FormIsByteExactForTheJspAgentWithPasswordInClear) {
   EXPECT_EQ(BodyOf(raw), ExpectedForm("TK-1", file, "data", true, "carol", "s3cret"));
 }
 
-TEST(ZoHTTPUpload, EmptyFileSendsPreambleAndEpilogue) {
+TEST_F(ZoHTTPUpload, EmptyFileSendsPreambleAndEpilogue) {
   ScriptedHttpPeer peer({{Ok("stored")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -516,7 +563,7 @@ TEST(ZoHTTPUpload, EmptyFileSendsPreambleAndEpilogue) {
   EXPECT_EQ(BodyOf(peer.Requests()[0]), ExpectedForm("", file, "", false));
 }
 
-TEST(ZoHTTPUpload, ResendIsLimitedToThree) {
+TEST_F(ZoHTTPUpload, ResendIsLimitedToThree) {
   std::string challenge = ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"u\""}, "no");
   ScriptedHttpPeer peer({{challenge}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -537,7 +584,7 @@ TEST(ZoHTTPUpload, ResendIsLimitedToThree) {
   }
 }
 
-TEST(ZoHTTPUpload, RetryWithBytesFailsOnTheClosedFile) {
+TEST_F(ZoHTTPUpload, RetryWithBytesFailsOnTheClosedFile) {
   std::string challenge = ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"u\""}, "no");
   ScriptedHttpPeer peer({{challenge}, {Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
@@ -553,7 +600,7 @@ TEST(ZoHTTPUpload, RetryWithBytesFailsOnTheClosedFile) {
   EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_INVALID_STATE) << e.AsString();
 }
 
-TEST(ZoHTTPUpload, UnknownAuthorityLoopEndsOnceTheFlagsAreSet) {
+TEST_F(ZoHTTPUpload, UnknownAuthorityLoopEndsOnceTheFlagsAreSet) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer::Options options;
   options.tls = true;
@@ -573,7 +620,55 @@ TEST(ZoHTTPUpload, UnknownAuthorityLoopEndsOnceTheFlagsAreSet) {
   EXPECT_TRUE(nginx.WaitForAccessLog("POST /up/upload.asp HTTP/1.1\" 200"));
 }
 
-TEST(ZoHTTPUpload, MissingSourceIsItsOpenError) {
+TEST_F(ZoHTTPUpload, HttpsThroughAnAuthenticatingProxy) {
+  ZOTEST_REQUIRE_TOOL("nginx");
+  ZOTEST_REQUIRE_TOOL("tinyproxy");
+  zotest::NginxServer::Options options;
+  options.tls = true;
+  options.extraConfig = "location = /up/upload.asp { return 200 \"taken\"; }";
+  zotest::NginxServer nginx(options);
+  ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
+  zotest::ForwardProxy proxy("pu", "pp");
+  ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
+  zotest::TempDir dir;
+  std::string file = dir.File("l.log");
+  std::ofstream(file) << "tunnelled upload";
+  std::string list = "https=127.0.0.1:" + std::to_string(proxy.Port());
+  {
+    // The tunnel is refused until the proxy credentials are on the request,
+    // then the unknown authority is accepted, then the form goes.
+    ZoHTTP h("agent");
+    h.SetBaseURL(nginx.Url("up").c_str());
+    h.SetProxyAccess(list.c_str(), "");
+    h.SetProxyCreds("pu", "pp");
+    CZoError e = h.UploadFile(file.c_str(), "T");
+    EXPECT_FALSE(e.IsError()) << e.AsString();
+    EXPECT_TRUE(nginx.WaitForAccessLog("POST /up/upload.asp HTTP/1.1\" 200"));
+  }
+  {
+    // Wrong credentials end the upload instead of going round for ever.
+    ZoHTTP h("agent");
+    h.SetBaseURL(nginx.Url("up").c_str());
+    h.SetProxyAccess(list.c_str(), "");
+    h.SetProxyCreds("pu", "wrong");
+    CZoError e = h.UploadFile(file.c_str(), "T");
+    EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_HTTP_CONNECTION_ABORTED) << e.AsString();
+  }
+}
+
+TEST_F(ZoHTTPUpload, RefusedPortIsReportedByTheFirstWrite) {
+  int port = zotest::PickFreePort();
+  zotest::TempDir dir;
+  std::string file = dir.File("l.log");
+  std::ofstream(file) << "x";
+  ZoHTTP h("agent");
+  h.SetBaseURL(("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
+  CZoError e = h.UploadFile(file.c_str(), "T");
+  EXPECT_EQ(e.GetErrorCode(), ZONET_ERR_HTTP_CANNOT_CONNECT) << e.AsString();
+  EXPECT_NE(e.AsString().find("ZoHTTP::_uploadData"), std::string::npos);
+}
+
+TEST_F(ZoHTTPUpload, MissingSourceIsItsOpenError) {
   ZoHTTP h("agent");
   h.SetBaseURL("http://127.0.0.1:1/");
   CZoError e = h.UploadFile("/nonexistent/zohttp.log", "T");
@@ -581,7 +676,7 @@ TEST(ZoHTTPUpload, MissingSourceIsItsOpenError) {
   EXPECT_EQ(ZoHTTPAccess::Internet(h), nullptr);  // nothing was opened
 }
 
-TEST(ZoHTTPUpload, OperationStaysAtThreeSoALaterUrlFetchPosts) {
+TEST_F(ZoHTTPUpload, OperationStaysAtThreeSoALaterUrlFetchPosts) {
   ScriptedHttpPeer peer({{Ok("ok")}, {Ok("then")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -598,7 +693,7 @@ TEST(ZoHTTPUpload, OperationStaysAtThreeSoALaterUrlFetchPosts) {
 
 // ---------------------------------------------------------------- copies
 
-TEST(ZoHTTPCopies, ACopyClosesTheSameHandlesWithoutHarm) {
+TEST_F(ZoHTTPCopies, ACopyClosesTheSameHandlesWithoutHarm) {
   ScriptedHttpPeer peer({{Ok("c")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
@@ -644,19 +739,19 @@ const char kJsp[] = "Use_JSP_for_Upload";
 
 }  // namespace
 
-TEST(ZoHTTPListing, NoLinkIsAnEmptyList) {
+TEST_F(ZoHTTPListing, NoLinkIsAnEmptyList) {
   Listed l = List("<html>nothing here</html>", kJsp);
   EXPECT_FALSE(l.error.IsError());
   EXPECT_TRUE(l.files.empty());
 }
 
-TEST(ZoHTTPListing, FirstLinkIsNeverReported) {
+TEST_F(ZoHTTPListing, FirstLinkIsNeverReported) {
   EXPECT_TRUE(List("<a href=\"/only.txt\">x</a>", kJsp).files.empty());
   Listed l = List("<a href=\"/a\">x</a><a href=\"/b.txt\">y</a>", kJsp);
   EXPECT_EQ(l.files, (std::vector<std::string>{"b.txt"}));
 }
 
-TEST(ZoHTTPListing, MarkerIsCaseSensitivePerAgent) {
+TEST_F(ZoHTTPListing, MarkerIsCaseSensitivePerAgent) {
   std::string upper = "<A HREF=\"/x\">x</A><A HREF=\"/y.txt\">y</A>";
   std::string lower = "<a href=\"/x\">x</a><a href=\"/y.txt\">y</a>";
   EXPECT_TRUE(List(upper, kJsp).files.empty());
@@ -665,36 +760,36 @@ TEST(ZoHTTPListing, MarkerIsCaseSensitivePerAgent) {
   EXPECT_EQ(List(lower, kJsp).files, (std::vector<std::string>{"y.txt"}));
 }
 
-TEST(ZoHTTPListing, OffsetOfSevenDropsTheFirstCharacter) {
+TEST_F(ZoHTTPListing, OffsetOfSevenDropsTheFirstCharacter) {
   Listed l = List("<a href=\"/skip\"></a><a href=\"xfile.txt\"></a><a href=\"/dir/file\"></a>", kJsp);
   EXPECT_EQ(l.files, (std::vector<std::string>{"file.txt", "dir/file"}));
 }
 
-TEST(ZoHTTPListing, UnclosedLastLinkIsDropped) {
+TEST_F(ZoHTTPListing, UnclosedLastLinkIsDropped) {
   Listed l = List("<a href=\"/s\"></a><a href=\"/kept\"></a><a href=\"/lost", kJsp);
   EXPECT_EQ(l.files, (std::vector<std::string>{"kept"}));
 }
 
-TEST(ZoHTTPListing, QueriesAndFragmentsAreKept) {
+TEST_F(ZoHTTPListing, QueriesAndFragmentsAreKept) {
   Listed l = List("<a href=\"/s\"></a><a href=\"/f.txt?v=2\"></a><a href=\"/g.txt#top\"></a>", kJsp);
   EXPECT_EQ(l.files, (std::vector<std::string>{"f.txt?v=2", "g.txt#top"}));
 }
 
-TEST(ZoHTTPListing, SingleCharacterAndEmptyLinks) {
+TEST_F(ZoHTTPListing, SingleCharacterAndEmptyLinks) {
   Listed single = List("<a href=\"/s\"></a><a href=\"/\"></a>", kJsp);
   EXPECT_EQ(single.files, (std::vector<std::string>{""}));
   Listed empty = List("<a href=\"/s\"></a><a href=\"\">text</a> and \"more\"", kJsp);
   EXPECT_EQ(empty.files, (std::vector<std::string>{">text</a> and "}));
 }
 
-TEST(ZoHTTPListing, DirectoryLinksAreEntriesOnThisFoundation) {
+TEST_F(ZoHTTPListing, DirectoryLinksAreEntriesOnThisFoundation) {
   // The test of the link's end reads past its last character, where the
   // foundation's string gives the terminating NUL: no recursion.
   Listed l = List("<a href=\"/s\"></a><a href=\"/sub/\"></a><a href=\"/f\"></a>", kJsp);
   EXPECT_EQ(l.files, (std::vector<std::string>{"sub/", "f"}));
 }
 
-TEST(ZoHTTPListing, ErrorPageIsScannedLikeAnyOther) {
+TEST_F(ZoHTTPListing, ErrorPageIsScannedLikeAnyOther) {
   ScriptedHttpPeer peer({{ScriptedHttpPeer::Response(404, "Not Found", {}, "<a href=\"/a\"></a><a href=\"/b\"></a>")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   ZoHTTP h(kJsp);
@@ -707,12 +802,12 @@ TEST(ZoHTTPListing, ErrorPageIsScannedLikeAnyOther) {
   EXPECT_EQ(peer.Requests()[0].find("GET /sub/ HTTP/1.1"), 0u);
 }
 
-TEST(ZoHTTPListing, NulInsideTheReplyCutsItsChunk) {
+TEST_F(ZoHTTPListing, NulInsideTheReplyCutsItsChunk) {
   std::string page = std::string("<a href=\"/s\"></a><a href=\"/a\"></a>") + '\0' + "<a href=\"/hidden\"></a>";
   EXPECT_EQ(List(page, kJsp).files, (std::vector<std::string>{"a"}));
 }
 
-TEST(ZoHTTPListing, FailureLeavesAnEmptiedList) {
+TEST_F(ZoHTTPListing, FailureLeavesAnEmptiedList) {
   int port = zotest::PickFreePort();
   zotest::FdLeakCheck leaks;
   ZoHTTP h(kJsp);
@@ -723,7 +818,7 @@ TEST(ZoHTTPListing, FailureLeavesAnEmptiedList) {
   EXPECT_TRUE(files.empty());
 }
 
-TEST(ZoHTTPListing, NginxAutoindexWithTheJspAgent) {
+TEST_F(ZoHTTPListing, NginxAutoindexWithTheJspAgent) {
   ZOTEST_REQUIRE_TOOL("nginx");
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();

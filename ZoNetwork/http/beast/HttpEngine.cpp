@@ -361,13 +361,26 @@ bool ParseUrl(const std::string& text, Url& url, uint32_t& why) {
   size_t hash = url.target.find('#');
   if (hash != std::string::npos) url.target.resize(hash);
   if (url.target.empty() || url.target[0] != '/') url.target = "/" + url.target;
-  for (char c : url.target) {
-    if (static_cast<unsigned char>(c) <= 32 || c == 127) {
-      why = ZONET_ERR_HTTP_INVALID_URL;
-      return false;
+  url.target = EscapeTarget(url.target);
+  return true;
+}
+
+// Bytes that cannot stand in a request line (controls, the blank, DEL and
+// everything beyond ASCII) go out as %XX; the rest, "%" included, as given.
+std::string EscapeTarget(const std::string& target) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (char c : target) {
+    unsigned char b = static_cast<unsigned char>(c);
+    if (b <= 32 || b >= 127) {
+      out += '%';
+      out += kHex[b >> 4];
+      out += kHex[b & 15];
+    } else {
+      out += c;
     }
   }
-  return true;
+  return out;
 }
 
 bool Bypassed(const std::string& bypass, const std::string& host) {
@@ -447,7 +460,11 @@ ProxyChoice ChooseProxyFromEnvironment(bool secure, const std::string& host) {
 
 // ------------------------------------------------------------ connections, sessions
 
-Connection::Connection(asio::io_context& context) : ioc(context), tcp(context) {}
+Connection::Connection(asio::io_context& context) : ioc(context), tcp(context) {
+  // Beast reads as much as the buffer has room for (at least 512 bytes):
+  // room for 64 KiB makes one receive per 64 KiB, not one per 512 bytes.
+  buffer.reserve(65536);
+}
 
 Connection::~Connection() {
   error_code ignored;
@@ -808,6 +825,13 @@ bool Request::Attempt(const std::string& body, uint64_t contentLength, bool open
     if (m_connectRefused) {
       // The proxy refused the tunnel: its reply stands for the request's.
       if (openBody) {
+        // A streamed body cannot go: the caller learns of the refusal from
+        // the status, but only while credentials could still change it, so
+        // that a caller who resends on every challenge does not loop forever.
+        if (!proxyUser.empty()) {
+          m_parser.reset();
+          m_connection.reset();
+        }
         error = ZONET_ERR_HTTP_CONNECTION_ABORTED;
         return false;
       }
@@ -907,7 +931,9 @@ bool Request::Send(const std::string& body, uint64_t contentLength, bool openBod
 bool Request::WriteBody(const void* data, size_t size, size_t& written, uint32_t& error) {
   written = 0;
   if (!m_bodyOpen || !m_connection) {
-    error = ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE;
+    // After a failed send, its reason: the caller that writes on regardless
+    // learns why.
+    error = failure != 0 ? failure : static_cast<uint32_t>(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE);
     return false;
   }
   error_code ec = WriteAll(*m_connection, asio::buffer(data, size), timeouts.sendMs, &written);
@@ -962,7 +988,19 @@ bool Request::Read(void* buffer, size_t size, size_t& got, uint32_t& error) {
     body.data = buffer;
     body.size = size;
     body.more = true;
-    error_code ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+    error_code ec;
+    // Bytes already received are parsed straight away, without a wait (and
+    // without arming the deadline): one receive of 64 KiB serves several reads.
+    if (m_connection->buffer.size() > 0) {
+      size_t used = m_parser->put(m_connection->buffer.data(), ec);
+      m_connection->buffer.consume(used);
+      if (ec == http::error::need_buffer || ec == http::error::need_more) ec = {};
+      if (!ec && body.size == size && !m_parser->is_done() && used == 0) {
+        ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+      }
+    } else {
+      ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+    }
     got = size - body.size;
     body.data = nullptr;
     body.size = 0;

@@ -59,6 +59,8 @@ struct Url {
 };
 // Splits an absolute http or https URL; false (with why: 12005 or 12006) otherwise.
 bool ParseUrl(const std::string& text, Url& url, uint32_t& why);
+// The target with the bytes that cannot stand in a request line as %XX.
+std::string EscapeTarget(const std::string& target);
 
 // Proxy selection in the designed platform's list syntax.
 struct ProxyChoice {

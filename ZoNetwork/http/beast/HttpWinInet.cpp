@@ -182,13 +182,7 @@ Handle HttpOpenRequest(Handle connect, const char* verb, const char* objectName,
   std::string lower = name.substr(0, 8);
   for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   bool absolute = lower.compare(0, 7, "http://") == 0 || lower.compare(0, 8, "https://") == 0;
-  r.url.target = absolute || (!name.empty() && name[0] == '/') ? name : "/" + name;
-  for (char c : r.url.target) {
-    if (static_cast<unsigned char>(c) <= 32 || c == 127) {
-      t_lastError = ZONET_ERR_HTTP_INVALID_URL;
-      return nullptr;
-    }
-  }
+  r.url.target = engine::EscapeTarget(absolute || (!name.empty() && name[0] == '/') ? name : "/" + name);
   r.user = parent->user;
   r.password = parent->password;
   r.proxyUser = parent->proxyUser;
