@@ -16,6 +16,7 @@
 #include "http/HttpPlatform.h"
 #include "http/HttpPlatform2.h"
 #include "http/ZoHTTP2Internal.h"
+#include "support/HttpPeers.h"
 #include "support/Servers.h"
 #include "support/TestSupport.h"
 
@@ -438,6 +439,7 @@ TEST(ZoHTTP2Request, HeadersGoOutOnEveryPassAndRequestUntilCleared) {
 TEST(ZoHTTP2Request, NotFoundDeletesTheDestination) {
   ScriptedHttpPeer peer({R(Status(404, "Not Found"))});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   zotest::TempDir dir;
   CZoHTTP2 h;
   CZoError e = h.DownloadFile(dir.File("gone").c_str(), peer.Url("x").c_str());
@@ -494,6 +496,7 @@ TEST(ZoHTTP2Request, CertificateErrorsAreIgnored) {
 TEST(ZoHTTP2Auth, A401ThenA200SendsTwiceWithCredentials) {
   ScriptedHttpPeer peer({R(Status(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"r\""})), R(Ok("in"))});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   zotest::TempDir dir;
   CZoHTTP2 h;
   h.SetUser("user");
@@ -539,6 +542,7 @@ TEST(ZoHTTP2Auth, Two401sEndInAuthenticationFailed) {
 TEST(ZoHTTP2Auth, A407IsAnsweredOnceWithoutCredentials) {
   ScriptedHttpPeer peer({R(Status(407, "Proxy Authentication Required", {"Proxy-Authenticate: Basic realm=\"p\""}))});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   CZoHTTP2 h;
   h.SetProxyCredentials("proxyuser", "proxypass");
   CZoError e = h.DownloadFile("", peer.Url("p").c_str());
@@ -601,6 +605,7 @@ TEST(ZoHTTP2Upload, PutSendsTheBareFileAndAChallengeResendsItFromOffsetZero) {
   ScriptedHttpPeer peer({R(Status(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"r\""})),
                          R(Status(201, "Created"))});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   zotest::TempDir dir;
   std::string content = zotest::PatternBytes(0, 25000);
   std::string source = dir.Write("src.bin", content);
@@ -650,6 +655,7 @@ TEST(ZoHTTP2Upload, ToNginxDav) {
 TEST(ZoHTTP2Recovery, OneReceiveTimeoutReconnectsOnce) {
   ScriptedHttpPeer peer({Stall(), R(Ok("after"))});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   zotest::TempDir dir;
   CZoHTTP2 h;
   h.SetInternetTimeoutSec(1);
@@ -665,6 +671,7 @@ TEST(ZoHTTP2Recovery, OneReceiveTimeoutReconnectsOnce) {
 TEST(ZoHTTP2Recovery, TwoReceiveTimeoutsFail) {
   ScriptedHttpPeer peer({Stall()});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   CZoHTTP2 h;
   h.SetInternetTimeoutSec(1);
   CZoError e = h.DownloadFile("", peer.Url("x").c_str());
@@ -679,6 +686,7 @@ TEST(ZoHTTP2Recovery, ASendTimeoutDoesNotReconnect) {
   // sending, and the request is not tried again.
   ScriptedHttpPeer peer({Stall()});
   REQUIRE_PEER(peer);
+  zotest::FdLeakCheck leaks;
   CZoHTTP2 h;
   h.SetInternetTimeoutSec(1);
   std::string url = "https://localhost:" + std::to_string(peer.Port()) + "/x";
@@ -763,4 +771,14 @@ TEST_F(ZoHTTP2ClientCert, AServerThatInsistsFailsWith12044) {
   ASSERT_TRUE(e.IsError());
   // The second demand is final; nginx refuses the request without one.
   EXPECT_TRUE(e.Is(ZONET_ERR_HTTP_CLIENT_AUTH_CERT_NEEDED) || FXErrorUtil::IsHttp(e, 400)) << e.AsString();
+}
+
+TEST(ZoHTTP2Request, NoThreadIsCreated) {
+  ScriptedHttpPeer peer({R(Status(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"r\""})), R(Ok("t"))});
+  REQUIRE_PEER(peer);
+  int before = zotest::ThreadCount();
+  CZoHTTP2 h;
+  h.SetUser("u");
+  ASSERT_FALSE(h.DownloadFile("", peer.Url("t").c_str()).IsError());
+  EXPECT_EQ(zotest::ThreadCount(), before);
 }

@@ -213,6 +213,7 @@ TEST(ZoHTTP2ProxyForUrl, ScriptSeesTheUrlAndHost) {
                                 "  return 'PROXY ' + host + ':80';\n"
                                 "}\n")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::FdLeakCheck leaks;
   std::string proxy, bypass;
   ASSERT_FALSE(CZoHTTP2::GetProxyForUrl("http://a.inside.test/", peer.Url("p.pac"), proxy, bypass).IsError());
   EXPECT_EQ(proxy, "");
@@ -227,6 +228,7 @@ TEST(ZoHTTP2ProxyForUrl, AScriptServerThatAsksForALogonIsAskedExactlyTwice) {
   challenge.raw = ScriptedHttpPeer::Response(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"pac\""}, "");
   ScriptedHttpPeer peer({challenge});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::FdLeakCheck leaks;
   unsigned long before = zonet_internal::WinHttpGetProxyForUrlCalls();
   std::string proxy = "x", bypass = "x";
   CZoError e = CZoHTTP2::GetProxyForUrl("http://www.example.test/", peer.Url("p.pac"), proxy, bypass);
