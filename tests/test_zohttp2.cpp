@@ -4,7 +4,11 @@
 // certificate demand and the busy pauses.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <vector>
@@ -781,4 +785,34 @@ TEST(ZoHTTP2Request, NoThreadIsCreated) {
   h.SetUser("u");
   ASSERT_FALSE(h.DownloadFile("", peer.Url("t").c_str()).IsError());
   EXPECT_EQ(zotest::ThreadCount(), before);
+}
+
+TEST(ZoHTTP2Recovery, ABodyThatCannotBeSentTimesOutWithoutReconnect) {
+  // A listener that never accepts: the kernel takes the connection and the
+  // head, then the socket buffers fill and the body stalls.
+  int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  socklen_t length = sizeof address;
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+  zotest::TempDir dir;
+  std::string source = dir.File("big.bin");
+  ASSERT_TRUE(zotest::WritePatternFile(source, 64u << 20));
+  {
+    zotest::FdLeakCheck leaks;
+    CZoHTTP2 h;
+    h.SetInternetTimeoutSec(1);
+    std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/up";
+    auto start = std::chrono::steady_clock::now();
+    CZoError e = h.UploadFile(source.c_str(), url.c_str());
+    auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_TRUE(e.Is(ZONET_ERR_HTTP_TIMEOUT)) << e.AsString();
+    EXPECT_TRUE(HasText(e, "WinHttpReadData failed")) << e.AsString();
+    EXPECT_LT(took, std::chrono::seconds(4));
+  }
+  close(listener);
 }
