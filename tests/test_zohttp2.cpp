@@ -816,3 +816,16 @@ TEST(ZoHTTP2Recovery, ABodyThatCannotBeSentTimesOutWithoutReconnect) {
   }
   close(listener);
 }
+
+TEST(ZoHTTP2Request, NullArgumentsGiveErrorsNotCrashes) {
+  CZoHTTP2 h;
+  EXPECT_TRUE(h.DownloadFile("", static_cast<const char*>(nullptr)).IsError());
+  EXPECT_TRUE(h.DownloadFile(nullptr, static_cast<const wchar_t*>(nullptr)).IsError());
+  EXPECT_TRUE(h.Connect(static_cast<const char*>(nullptr)).IsError());
+  ASSERT_FALSE(h.Connect("http://localhost:81/").IsError());
+  CZoError e = h.UploadFile(nullptr, "http://localhost:81/x");
+  EXPECT_TRUE(HasText(e, "Failed to open source file")) << e.AsString();
+  h.SetUser(nullptr);
+  h.SetPassword(nullptr);
+  h.SetProxyCredentials(nullptr, nullptr);
+}
