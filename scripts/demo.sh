@@ -170,6 +170,10 @@ if command -v python3 >/dev/null 2>&1; then
   mkdir -p "$web_dir/www/logs" "$web_dir/out"
   printf 'first\n' >"$web_dir/www/logs/a.log"
   printf 'second\n' >"$web_dir/www/logs/b.log"
+  printf '%s\n' 'function FindProxyForURL(url, host) {' \
+    '  if (isInNet(host, "127.0.0.0", "255.0.0.0")) return "DIRECT";' \
+    '  return "PROXY proxy.example.test:3128; DIRECT";' \
+    '}' >"$web_dir/www/proxy.pac"
   python3 -u -m http.server --bind 127.0.0.1 --directory "$web_dir/www" 0 >"$web_dir/server.log" 2>&1 &
   py_pid=$!
   py_port=
@@ -182,6 +186,12 @@ if command -v python3 >/dev/null 2>&1; then
     run zohttp ls "http://127.0.0.1:$py_port/logs" --jsp
     run zohttp get "http://127.0.0.1:$py_port/logs" b.log --dir "$web_dir/out"
     printf '%s\n' "$(cat "$web_dir/out/logs/b.log")"
+    # CZoHTTP2 takes a whole URL; the proxy look-up evaluates a script that
+    # the same server serves (the machine's and the user's settings first).
+    run http2 get "http://127.0.0.1:$py_port/logs/a.log" "$web_dir/out/a.log"
+    printf '%s\n' "$(cat "$web_dir/out/a.log")"
+    run proxy http://www.example.test/ --pac "http://127.0.0.1:$py_port/proxy.pac"
+    run proxy http://127.0.0.1/ --pac "http://127.0.0.1:$py_port/proxy.pac"
   fi
   kill "$py_pid" 2>/dev/null || true
   wait "$py_pid" 2>/dev/null || true

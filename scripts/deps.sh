@@ -9,6 +9,7 @@ packages=(
   clang-14 libclang-rt-14-dev            # the fuzz targets (libFuzzer) and their sanitizers
   libboost-dev                           # boost::shared_ptr in the exported signatures; Beast and Asio of the HTTP layer
   libssl-dev                             # TLS of the platform HTTP layer
+  duktape-dev                            # proxy auto-configuration scripts of CZoHTTP2
   libgtest-dev libgmock-dev libbenchmark-dev
   libcurl4-openssl-dev                   # curl's headers; the library itself is loaded at run time
   iproute2 util-linux                    # network and mount namespaces of the resolver tests

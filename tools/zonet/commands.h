@@ -60,6 +60,9 @@ int CmdSftp(const Args& args);
 int RunFileTransfer(const Args& args, bool sftp);
 // platform HTTP client
 int CmdZoHttp(const Args& args);
+// the second platform HTTP client and its proxy look-ups
+int CmdHttp2(const Args& args);
+int CmdProxy(const Args& args);
 
 }  // namespace zonet
 

@@ -55,6 +55,13 @@ const zonet::Command* Commands(size_t& count) {
        "ZoHTTP: fetch FILE of BASEURL into --dir DIR (default .), list BASEURL's links, or post LOGFILE to its "
        "upload script (--tkid T); --jsp, --agent A, --user U, --password P, --insecure, --timeout MS",
        zonet::CmdZoHttp},
+      {"http2", "get URL FILE | put FILE URL [--user U] [--password P] [--timeout S] [--post] [--raw-url]",
+       "CZoHTTP2: fetch URL into FILE, or send FILE to URL (PUT; --post: POST); --raw-url: no escaping",
+       zonet::CmdHttp2},
+      {"proxy", "[URL] [--pac URL]",
+       "the machine's and the user's proxy settings, and the proxy for URL by the script --pac URL (else the "
+       "user's script, else auto-detection)",
+       zonet::CmdProxy},
   };
   count = sizeof commands / sizeof commands[0];
   return commands;

@@ -750,6 +750,10 @@ bool Request::OpenConnection(uint32_t& error) {
       error = MapFailure(ec ? ec : asio::ssl::error::stream_truncated, &c->check, face);
       return false;
     }
+    if (face == Face::WinHttp && c->check.clientCertAsked && !noClientCert) {
+      error = ZONET_ERR_HTTP_CLIENT_AUTH_CERT_NEEDED;
+      return false;
+    }
   }
   m_connection = std::move(c);
   return true;
@@ -837,7 +841,7 @@ bool Request::Attempt(const std::string& body, uint64_t contentLength, bool open
     // The head is made once: a second try on a fresh connection sends the
     // same bytes (a Digest count included).
     if (head.empty()) {
-      head = Head(contentLength, openBody || !body.empty());
+      head = Head(contentLength, (openBody && (face == Face::WinInet || contentLength > 0)) || !body.empty());
       if (!m_serverChallenge.empty() && (!user.empty() || !password.empty()) && (m_serverSchemes & 9) != 0) {
         head += AuthorizationFor(m_serverChallenge, user, password, "Authorization") + "\r\n";
       }
@@ -886,13 +890,13 @@ bool Request::Send(const std::string& body, uint64_t contentLength, bool openBod
     }
     unsigned status = Status();
     // The connection's user and password answer a server's challenge once.
-    if (status == 401 && !serverTried && (!user.empty() || !password.empty()) && (m_serverSchemes & 9) != 0) {
+    if (status == 401 && autoAnswer && !serverTried && (!user.empty() || !password.empty()) && (m_serverSchemes & 9) != 0) {
       serverTried = true;
       DrainOrDrop();
       continue;
     }
     // Proxy credentials answer a proxy's challenge once.
-    if (status == 407 && !proxyTried && !proxyUser.empty() && (m_proxySchemes & 9) != 0) {
+    if (status == 407 && autoAnswer && !proxyTried && !proxyUser.empty() && (m_proxySchemes & 9) != 0) {
       proxyTried = true;
       DrainOrDrop();
       continue;
@@ -981,8 +985,8 @@ bool Request::EndBody(bool& challenged, uint32_t& error) {
     return false;
   }
   unsigned status = Status();
-  challenged = (status == 401 && (!user.empty() || !password.empty()) && (m_serverSchemes & 9) != 0) ||
-               (status == 407 && !proxyUser.empty());
+  challenged = autoAnswer && ((status == 401 && (!user.empty() || !password.empty()) && (m_serverSchemes & 9) != 0) ||
+                             (status == 407 && !proxyUser.empty()));
   if (challenged) DrainOrDrop();
   return true;
 }

@@ -123,6 +123,11 @@ public:
   std::string proxyUser, proxyPassword;   // answer a proxy challenge
   uint32_t securityFlags = 0;
   bool followRedirects = true;
+  // The second face answers challenges itself (credentials set for the next
+  // send), and fails a server's demand for a client certificate until told
+  // to go on without one.
+  bool autoAnswer = true;
+  bool noClientCert = false;
 
   // Sends the head (and for a body of known length nothing more). On false,
   // `error` holds the layer's number.

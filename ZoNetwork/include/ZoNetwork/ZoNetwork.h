@@ -31,6 +31,7 @@
 #include "ZoNetwork/QosWaveApi.h"
 // ping
 #include "ZoNetwork/ZoPing.h"
+#include "ZoNetwork/ZoHTTP2.h"
 // requests over libcurl: binding, error domain, engine, HTTP
 #include "ZoNetwork/CurlWrapper.h"
 #include "ZoNetwork/XnCURLError.h"

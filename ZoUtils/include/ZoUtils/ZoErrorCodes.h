@@ -71,6 +71,7 @@
   XX(ZONET_ERR_HTTP_NAME_NOT_RESOLVED, 12007, 12007, "the server name could not be resolved")    \
   XX(ZONET_ERR_HTTP_INVALID_OPTION, 12009, 12009, "an unknown option")                           \
   XX(ZONET_ERR_HTTP_BAD_OPTION_LENGTH, 12010, 12010, "an option value of the wrong size")        \
+  XX(ZONET_ERR_HTTP_LOGIN_FAILURE, 12015, 12015, "the server asked for a logon that could not be given") \
   XX(ZONET_ERR_HTTP_INCORRECT_HANDLE_TYPE, 12018, 12018, "a handle of the wrong type")           \
   XX(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE, 12019, 12019, "a call out of order on a handle")     \
   XX(ZONET_ERR_HTTP_CANNOT_CONNECT, 12029, 12029, "the connection to the server failed")         \
@@ -85,6 +86,9 @@
   XX(ZONET_ERR_HTTP_INVALID_SERVER_RESPONSE, 12152, 12152, "the server's reply cannot be read")  \
   XX(ZONET_ERR_HTTP_INVALID_HEADER, 12153, 12153, "a header line that is not \"name: value\"")  \
   XX(ZONET_ERR_HTTP_SECURITY_CHANNEL_ERROR, 12157, 12157, "secure channel failure (first client's numbering)") \
+  XX(ZONET_ERR_HTTP_BAD_AUTO_PROXY_SCRIPT, 12166, 12166, "the proxy configuration script does not evaluate") \
+  XX(ZONET_ERR_HTTP_UNABLE_TO_DOWNLOAD_SCRIPT, 12167, 12167, "the proxy configuration script cannot be fetched") \
+  XX(ZONET_ERR_HTTP_AUTODETECTION_FAILED, 12180, 12180, "proxy auto-detection found no script") \
   XX(ZONET_ERR_HTTP_SECURE_FAILURE, 12175, 12175, "secure channel failure (second client's numbering)") \
   /* Resolver: EAI_* codes on Linux, negative numbers */                                         \
   XX(ZONET_ERR_HOST_NOT_FOUND, 11001, EAI_NONAME, "host not found, or a DNS name collision")     \
