@@ -76,12 +76,7 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
   step "whole suite under ASan+UBSan"
   cmake --preset asan >/dev/null
   cmake --build --preset asan -j"$jobs"
-  # The curl layer unloads libcurl, and OpenSSL with it, at the end of the
-  # process; LeakSanitizer would then walk the dynamic thread-local blocks of
-  # those unloaded modules and crash in its own tracer. Leaks are still
-  # looked for everywhere else (heap, stacks, globals, registers).
-  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 LSAN_OPTIONS=use_tls=0 \
-    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     logged build/asan/ctest.log 4 ctest --preset asan -j"$jobs"
 
   step "thread tests under TSan"
