@@ -20,20 +20,17 @@
 
 #include "ZoNetwork/CurlWrapper.h"
 #include "ZoNetwork/XnHTTPReq.h"
+#include "BenchSupport.h"
 #include "support/Servers.h"
 
-extern char** environ;
+using zobench::PeakMiB;
+using zobench::RunTool;
+using zobench::Scratch;
 
 namespace {
 
 const long long kBig = 1LL << 30;  // 1 GiB
 const int kSmallCount = 1000;
-
-std::string Scratch(const std::string& name) {
-  struct stat st;
-  std::string dir = stat("/dev/shm", &st) == 0 ? "/dev/shm" : "/tmp";
-  return dir + "/zonet-bench-" + std::to_string(getpid()) + "-" + name;
-}
 
 // The two servers and their files, made once for the run.
 struct Peers {
@@ -74,23 +71,6 @@ size_t WriteToFile(char* data, size_t size, size_t count, void* context) {
 size_t Discard(char*, size_t size, size_t count, void* context) {
   *static_cast<long long*>(context) += static_cast<long long>(size * count);
   return size * count;
-}
-
-int RunTool(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid;
-  if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return -1;
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-double PeakMiB(int who) {
-  rusage usage{};
-  getrusage(who, &usage);
-  return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
 
 void BM_Download1GiB_Library(benchmark::State& state) {

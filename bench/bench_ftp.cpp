@@ -23,20 +23,17 @@
 #include "ZoNetwork/XnFTPReq.h"
 #include "ZoNetwork/XnHTTPReq.h"
 #include "ZoNetwork/XnSFTPReq.h"
+#include "BenchSupport.h"
 #include "support/Servers.h"
 
-extern char** environ;
+using zobench::PeakMiB;
+using zobench::RunTool;
+using zobench::Scratch;
 
 namespace {
 
 const long long kBig = 256LL << 20;  // 256 MiB
 const int kEntries = 100000;
-
-std::string Scratch(const std::string& name) {
-  struct stat st;
-  std::string dir = stat("/dev/shm", &st) == 0 ? "/dev/shm" : "/tmp";
-  return dir + "/zonet-bench-" + std::to_string(getpid()) + "-" + name;
-}
 
 struct Peers {
   std::unique_ptr<zotest::FtpServer> ftp;
@@ -87,23 +84,6 @@ size_t WriteToFile(char* data, size_t size, size_t count, void* context) {
 
 size_t ReadFromFile(void* data, size_t size, size_t count, void* context) {
   return fread(data, size, count, static_cast<FILE*>(context));
-}
-
-int RunTool(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid;
-  if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return -1;
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-double PeakMiB(int who) {
-  rusage usage{};
-  getrusage(who, &usage);
-  return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
 
 // curl's receive buffer at the size the curl tool asks for (100 KiB): an

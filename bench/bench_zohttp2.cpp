@@ -18,9 +18,12 @@
 
 #include "ZoNetwork/ZoHTTP2.h"
 #include "http/beast/HttpProxy2.h"
+#include "BenchSupport.h"
 #include "support/Servers.h"
 
-extern char** environ;
+using zobench::PeakMiB;
+using zobench::RunTool;
+using zobench::Scratch;
 
 namespace {
 
@@ -31,12 +34,6 @@ const char kScript[] =
     "  if (shExpMatch(url, 'https:*')) return 'PROXY secure.test:443; DIRECT';\n"
     "  return 'PROXY proxy.test:3128; PROXY backup.test:3128; DIRECT';\n"
     "}\n";
-
-std::string Scratch(const std::string& name) {
-  struct stat st;
-  std::string dir = stat("/dev/shm", &st) == 0 ? "/dev/shm" : "/tmp";
-  return dir + "/zonet-bench2-" + std::to_string(getpid()) + "-" + name;
-}
 
 struct Peers {
   std::unique_ptr<zotest::NginxServer> http, https;
@@ -78,23 +75,6 @@ struct Peers {
 Peers& Servers() {
   static Peers peers;
   return peers;
-}
-
-int RunTool(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid;
-  if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return -1;
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-double PeakMiB(int who) {
-  rusage usage{};
-  getrusage(who, &usage);
-  return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
 
 void BM_Download1GiB_CZoHTTP2(benchmark::State& state) {

@@ -1,0 +1,48 @@
+// What the transfer benchmarks share: a scratch file name in memory-backed
+// storage, a peer tool started and waited for, and the peak resident size.
+#ifndef ZONET_BENCH_BENCHSUPPORT_H
+#define ZONET_BENCH_BENCHSUPPORT_H
+
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace zobench {
+
+// A file name in /dev/shm (or /tmp), so that the disk is not what is measured.
+inline std::string Scratch(const std::string& name) {
+  struct stat st;
+  std::string dir = stat("/dev/shm", &st) == 0 ? "/dev/shm" : "/tmp";
+  return dir + "/zonet-bench-" + std::to_string(getpid()) + "-" + name;
+}
+
+// Runs a program from PATH with args and waits for it; its exit status, or
+// -1 when it could not start or did not exit.
+inline int RunTool(const std::vector<std::string>& args) {
+  std::vector<char*> argv;
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  pid_t pid;
+  if (posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return -1;
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The peak resident size of RUSAGE_SELF or RUSAGE_CHILDREN, in MiB.
+inline double PeakMiB(int who) {
+  rusage usage{};
+  getrusage(who, &usage);
+  return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+}  // namespace zobench
+
+#endif  // ZONET_BENCH_BENCHSUPPORT_H
