@@ -312,6 +312,48 @@ TEST_F(SftpLive, AWrongPasswordAMissingFileAndAClosedPort) {
   EXPECT_TRUE(e.Is(CurlCode(CURLE_COULDNT_CONNECT))) << e.AsString();
 }
 
+namespace {
+
+// Keeps what arrives and, at the first piece, ends the server's sessions: the
+// rest of the file never comes.
+struct CutAfterFirstPiece {
+  zotest::SshServer* server = nullptr;
+  std::string body;
+  bool cut = false;
+  static size_t Write(char* data, size_t size, size_t count, void* context) {
+    auto* self = static_cast<CutAfterFirstPiece*>(context);
+    self->body.append(data, size * count);
+    if (!self->cut) {
+      self->cut = true;
+      self->server->DropSessions();
+    }
+    return size * count;
+  }
+};
+
+}  // namespace
+
+TEST_F(SftpLive, TheSessionClosedMidTransfer) {
+  const long long kSize = 64LL << 20;
+  ASSERT_EQ(truncate(sshd->AddFile("big.bin", "").c_str(), kSize), 0);
+  SftpReq request;
+  Prepare(request);
+  CutAfterFirstPiece cutter;
+  cutter.server = sshd.get();
+  request.setWriteFunctionPointer(&cutter, &CutAfterFirstPiece::Write);
+  CZoError e = request.download((base + "big.bin").c_str(), kNone);
+  ASSERT_TRUE(cutter.cut);
+  ASSERT_TRUE(e.IsError()) << "the whole file arrived: " << cutter.body.size();
+  // libssh2 reports the lost session as an SSH failure or a failed receive,
+  // depending on where the read stood.
+  EXPECT_TRUE(e.Is(CurlCode(CURLE_SSH)) || e.Is(CurlCode(CURLE_RECV_ERROR)) || e.Is(CurlCode(CURLE_PARTIAL_FILE)))
+      << e.AsString();
+  EXPECT_TRUE(Contains(e, "XnProtocolReq::Execute"));
+  EXPECT_TRUE(Contains(e, "XnProtocolReq::download"));
+  EXPECT_GT(cutter.body.size(), 0u);
+  EXPECT_LT(static_cast<long long>(cutter.body.size()), kSize);
+}
+
 TEST(SftpRequest, PostGetPutAndDeleteAreRefused) {
   SftpReq request;
   ASSERT_FALSE(request.initialize(0).IsError());

@@ -477,6 +477,12 @@ void ChildProcess::Watch(int lifetimeSeconds) {
   kill(m_pid, SIGKILL);
 }
 
+void ChildProcess::KillDescendants() {
+  if (m_pid > 0) {
+    for (pid_t below : Descendants(m_pid)) kill(below, SIGKILL);
+  }
+}
+
 void ChildProcess::NoteEnd(int status) {
   m_reaped = true;
   m_ended = DescribeStatus(status);

@@ -108,6 +108,9 @@ public:
   // TERM to it and every process below it; KILL to what remains after
   // graceMs; then reaps it. Safe to call more than once.
   void Stop(int graceMs = 3000);
+  // KILL to every process below it; it keeps running (a server that forks a
+  // process per connection drops its connections and keeps listening).
+  void KillDescendants();
   pid_t Pid() const { return m_pid; }
   const std::string& Error() const { return m_error; }
   // How it ended, for a message ("exited with status 1", "killed by signal 9").
@@ -433,6 +436,9 @@ public:
   const std::string& HostKeyMd5() const { return m_hostMd5; }
   // Its log so far (sshd -e, LogLevel VERBOSE).
   std::string Log() const;
+  // Ends every session at once, as a server that goes away mid-transfer;
+  // the listener stays.
+  void DropSessions() { m_child.KillDescendants(); }
 
 private:
   Options m_options;
