@@ -53,6 +53,7 @@ struct Peers {
         why = "cannot make the 1 GiB file";
         return;
       }
+      zobench::WarmPageCache(path);
       server->AddFile("small.txt", std::string(512, 's'));
     }
     ok = true;

@@ -36,6 +36,14 @@ std::string Pac(const std::string& answerExpression) {
   return "function FindProxyForURL(url, host) { return " + answerExpression + "; }";
 }
 
+// The look-up keeps fetched scripts by their URL; a peer of a later test may
+// get the port, and so the URL, of an earlier one. Each test starts with none.
+class ForgetFetchedScripts : public ::testing::EmptyTestEventListener {
+  void OnTestStart(const ::testing::TestInfo&) override { zonet_internal::ClearProxyScriptCache(); }
+};
+const bool kForgetFetchedScripts =
+    (::testing::UnitTest::GetInstance()->listeners().Append(new ForgetFetchedScripts), true);
+
 // Inside a private mount namespace (the child of RunWithHostsFile): the
 // test's own text over one of the machine's files. 0 on success.
 int MountOver(const std::string& target, const std::string& text, const std::string& scratch) {
@@ -196,6 +204,7 @@ TEST(ZoHTTP2ProxyForUrl, ScriptAnswerBecomesThePlatformsList) {
       {"\"SOCKS s:1; PROXY p:2\"", "p:2"},
   };
   for (const V& v : vectors) {
+    zonet_internal::ClearProxyScriptCache();
     ScriptedHttpPeer peer({Script(Pac(v.answer))});
     ASSERT_TRUE(peer.Ok()) << peer.Reason();
     std::string proxy = "x", bypass = "x";
@@ -221,6 +230,41 @@ TEST(ZoHTTP2ProxyForUrl, ScriptSeesTheUrlAndHost) {
   EXPECT_EQ(proxy, "secure.test:443");
   ASSERT_FALSE(CZoHTTP2::GetProxyForUrl("http://c.test:81/x", peer.Url("p.pac"), proxy, bypass).IsError());
   EXPECT_EQ(proxy, "c.test:80");
+}
+
+TEST(ZoHTTP2ProxyForUrl, AFetchedScriptIsKeptForItsLifetime) {
+  ScriptedHttpPeer peer({Script(Pac("\"PROXY first:1\"")), Script(Pac("\"PROXY second:2\""))});
+  ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::FdLeakCheck leaks;
+  std::string proxy, bypass;
+  for (const char* url : {"http://a.test/", "http://b.test/x", "https://c.test/"}) {
+    ASSERT_FALSE(CZoHTTP2::GetProxyForUrl(url, peer.Url("p.pac"), proxy, bypass).IsError());
+    EXPECT_EQ(proxy, "first:1") << url;
+  }
+  EXPECT_EQ(peer.Requests().size(), 1u);
+  // Past its lifetime the script is fetched again, and the new one answers.
+  auto kept = zonet_internal::SetProxyScriptLifetimeForTests(std::chrono::milliseconds(0));
+  ASSERT_FALSE(CZoHTTP2::GetProxyForUrl("http://a.test/", peer.Url("p.pac"), proxy, bypass).IsError());
+  zonet_internal::SetProxyScriptLifetimeForTests(kept);
+  EXPECT_EQ(proxy, "second:2");
+  EXPECT_TRUE(peer.WaitForRequests(2));
+  // Another script URL on the same server is a script of its own.
+  ASSERT_FALSE(CZoHTTP2::GetProxyForUrl("http://a.test/", peer.Url("q.pac"), proxy, bypass).IsError());
+  EXPECT_TRUE(peer.WaitForRequests(3));
+  EXPECT_EQ(peer.Requests().size(), 3u);
+}
+
+TEST(ZoHTTP2ProxyForUrl, AFailedFetchIsNotKept) {
+  ScriptedHttpPeer peer({ScriptedHttpPeer::Reply{ScriptedHttpPeer::Response(404, "Not Found", {}, "")},
+                         Script(Pac("\"PROXY later:1\""))});
+  ASSERT_TRUE(peer.Ok()) << peer.Reason();
+  zotest::FdLeakCheck leaks;
+  std::string proxy, bypass;
+  CZoError e = CZoHTTP2::GetProxyForUrl("http://a.test/", peer.Url("p.pac"), proxy, bypass);
+  EXPECT_TRUE(e.Is(ZONET_ERR_HTTP_UNABLE_TO_DOWNLOAD_SCRIPT)) << e.AsString();
+  ASSERT_FALSE(CZoHTTP2::GetProxyForUrl("http://a.test/", peer.Url("p.pac"), proxy, bypass).IsError());
+  EXPECT_EQ(proxy, "later:1");
+  EXPECT_EQ(peer.Requests().size(), 2u);
 }
 
 TEST(ZoHTTP2ProxyForUrl, AScriptServerThatAsksForALogonIsAskedExactlyTwice) {

@@ -3,6 +3,7 @@
 #ifndef ZONET_HTTP_HTTPINTERNAL2_H
 #define ZONET_HTTP_HTTPINTERNAL2_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -35,6 +36,11 @@ unsigned long WinHttpGetProxyForUrlCalls();
 // The port that auto-detection asks wpad.<domain> on (80 unless a test sets
 // another, so that a PAC server of its own on loopback can answer).
 void SetWpadPortForTests(uint16_t port);
+
+// The fetched auto-configuration scripts that the look-up keeps: forgotten
+// at once, and kept for another time (returns the previous one).
+void ClearProxyScriptCache();
+std::chrono::milliseconds SetProxyScriptLifetimeForTests(std::chrono::milliseconds lifetime);
 
 }  // namespace zonet_internal
 

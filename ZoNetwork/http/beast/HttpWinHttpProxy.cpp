@@ -2,7 +2,9 @@
 // from /etc/environment, the user's from the process environment, and the
 // proxy for one URL from an auto-configuration script, fetched through the
 // layer and evaluated by duktape in a child process that a time and memory
-// limit bound from outside the engine.
+// limit bound from outside the engine. Fetched scripts are kept for a while,
+// as the designed platform keeps them, so that a look-up per request does not
+// cost a download per request.
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <poll.h>
@@ -22,6 +24,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <list>
+#include <mutex>
 #include <sstream>
 
 #include <duktape.h>
@@ -46,6 +50,60 @@ std::atomic<uint16_t> g_wpadPort{80};
 std::atomic<unsigned long> g_proxyForUrlCalls{0};
 
 constexpr size_t kScriptLimit = 1 << 20;
+
+// Scripts fetched with success, by their URL as given, newest first. Only a
+// script that arrived whole is kept: a failure (a logon asked for, a missing
+// file) is asked again next time. The lock is held for the look-up and the
+// store, never across a fetch: two threads may fetch the same script at
+// once, and the later one's copy stays.
+class ScriptCache {
+public:
+  static constexpr size_t kEntries = 8;  // at most 8 MiB of scripts
+  bool Find(const std::string& url, std::string& script) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto now = std::chrono::steady_clock::now();
+    for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
+      if (it->url != url) continue;
+      if (now - it->fetched >= m_lifetime) {
+        m_entries.erase(it);
+        return false;
+      }
+      script = it->script;
+      return true;
+    }
+    return false;
+  }
+  void Store(const std::string& url, const std::string& script) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.remove_if([&](const Entry& e) { return e.url == url; });
+    m_entries.push_front(Entry{url, script, std::chrono::steady_clock::now()});
+    if (m_entries.size() > kEntries) m_entries.pop_back();
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.clear();
+  }
+  std::chrono::milliseconds SetLifetime(std::chrono::milliseconds lifetime) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::swap(m_lifetime, lifetime);
+    return lifetime;
+  }
+
+private:
+  struct Entry {
+    std::string url, script;
+    std::chrono::steady_clock::time_point fetched;
+  };
+  std::mutex m_mutex;
+  std::list<Entry> m_entries;
+  // A changed script is seen within this time.
+  std::chrono::milliseconds m_lifetime{std::chrono::minutes(5)};
+};
+
+ScriptCache& Scripts() {
+  static ScriptCache* cache = new ScriptCache;  // outlives every caller
+  return *cache;
+}
 
 std::string Trim(const std::string& text) {
   size_t start = text.find_first_not_of(" \t\r\n");
@@ -568,9 +626,12 @@ bool WinHttpGetProxyForUrl(Handle session, const wchar_t* url, const AutoProxyOp
   for (const std::string& scriptUrl : scripts) {
     std::string script;
     uint32_t why = 0;
-    if (!proxy::FetchScript(session, scriptUrl, script, why)) {
-      if (!detecting) error = why;
-      continue;
+    if (!proxy::Scripts().Find(scriptUrl, script)) {
+      if (!proxy::FetchScript(session, scriptUrl, script, why)) {
+        if (!detecting) error = why;
+        continue;
+      }
+      proxy::Scripts().Store(scriptUrl, script);
     }
     std::string answer;
     if (!proxy::EvaluatePac(script, narrowUrl, host, answer, why)) {
@@ -591,4 +652,8 @@ bool WinHttpGetProxyForUrl(Handle session, const wchar_t* url, const AutoProxyOp
 namespace zonet_internal {
 unsigned long WinHttpGetProxyForUrlCalls() { return zonet_http2::proxy::g_proxyForUrlCalls.load(); }
 void SetWpadPortForTests(uint16_t port) { zonet_http2::proxy::g_wpadPort.store(port); }
+void ClearProxyScriptCache() { zonet_http2::proxy::Scripts().Clear(); }
+std::chrono::milliseconds SetProxyScriptLifetimeForTests(std::chrono::milliseconds lifetime) {
+  return zonet_http2::proxy::Scripts().SetLifetime(lifetime);
+}
 }  // namespace zonet_internal
