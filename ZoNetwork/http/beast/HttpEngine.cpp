@@ -201,18 +201,37 @@ error_code ReadHeader(Connection& c, Parser& parser, uint32_t ms) {
   return ec;
 }
 
-template <class Parser>
-error_code ReadSome(Connection& c, Parser& parser, uint32_t ms) {
-  c.tcp.expires_after(std::chrono::milliseconds(ms));
-  error_code ec = Drive(c.ioc, nullptr, [&](auto handler) {
-    if (c.tls) {
-      http::async_read_some(*c.tls, c.buffer, parser, std::move(handler));
-    } else {
-      http::async_read_some(c.tcp, c.buffer, parser, std::move(handler));
-    }
-  });
-  c.tcp.expires_never();
-  if (ec == http::error::need_buffer) ec = {};
+// How much one receive of a reply's body may take. curl's tool reads 100 KiB
+// at a time; a larger piece halves the receives (and the polls and deadlines
+// of those that wait) of a fast transfer. Over TLS a receive gives one record
+// at most, whatever the room.
+constexpr size_t kReceiveSize = 256 * 1024;
+
+// How much a query of what is available reads ahead when it has to copy
+// (a chunked body, or one that ends with the connection).
+constexpr size_t kReadAhead = 64 * 1024;
+
+// Receives what the connection has into its buffer: first without waiting,
+// since on a fast link the bytes are there already and a wait costs a
+// deadline to arm and a poll; when nothing has come, within the receive
+// time-out. The socket is in non-blocking mode from its connect on.
+error_code Receive(Connection& c, uint32_t ms) {
+  auto space = c.buffer.prepare(kReceiveSize);
+  error_code ec;
+  size_t got = c.tls ? c.tls->read_some(space, ec) : c.tcp.socket().read_some(space, ec);
+  if (ec == asio::error::would_block || ec == asio::error::try_again) {
+    got = 0;
+    c.tcp.expires_after(std::chrono::milliseconds(ms));
+    ec = Drive(c.ioc, &got, [&](auto handler) {
+      if (c.tls) {
+        c.tls->async_read_some(space, std::move(handler));
+      } else {
+        c.tcp.async_read_some(space, std::move(handler));
+      }
+    });
+    c.tcp.expires_never();
+  }
+  c.buffer.commit(got);
   return ec;
 }
 
@@ -700,6 +719,9 @@ bool Request::OpenConnection(uint32_t& error) {
     error = MapFailure(ec, nullptr, face);
     return false;
   }
+  // Asynchronous operations don't care; the receives of a body try first
+  // without waiting (Receive).
+  c->tcp.socket().non_blocking(true, ec);
   // Step 3: through a proxy, HTTPS goes in a CONNECT tunnel. A refusal is
   // this request's reply.
   if (proxy.use && url.secure) {
@@ -1017,17 +1039,25 @@ bool Request::Read(void* buffer, size_t size, size_t& got, uint32_t& error) {
     body.size = size;
     body.more = true;
     error_code ec;
-    // Bytes already received are parsed straight away, without a wait (and
-    // without arming the deadline): one receive of 64 KiB serves several reads.
-    if (m_connection->buffer.size() > 0) {
+    // Bytes already received are parsed first: one receive serves several
+    // reads. More is received only when they run out or can't make a piece.
+    bool receive = m_connection->buffer.size() == 0;
+    for (;;) {
+      if (receive) {
+        ec = Receive(*m_connection, timeouts.receiveMs);
+        // The end of the connection ends a body that has no length.
+        if (ec == asio::error::eof) {
+          ec = {};
+          m_parser->put_eof(ec);
+          break;
+        }
+        if (ec) break;
+      }
       size_t used = m_parser->put(m_connection->buffer.data(), ec);
       m_connection->buffer.consume(used);
       if (ec == http::error::need_buffer || ec == http::error::need_more) ec = {};
-      if (!ec && body.size == size && !m_parser->is_done() && used == 0) {
-        ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
-      }
-    } else {
-      ec = ReadSome(*m_connection, *m_parser, timeouts.receiveMs);
+      if (ec || body.size != size || m_parser->is_done()) break;
+      receive = used == 0 || m_connection->buffer.size() == 0;
     }
     got = size - body.size;
     body.data = nullptr;
@@ -1055,17 +1085,37 @@ bool Request::Available(size_t& available, uint32_t& error) {
     error = failure != 0 ? failure : static_cast<uint32_t>(ZONET_ERR_HTTP_INCORRECT_HANDLE_STATE);
     return false;
   }
-  if (m_pendingOffset >= m_pending.size() && !m_bodyDone) {
-    std::vector<char> chunk(16384);
-    size_t got = 0;
-    m_pending.clear();
-    m_pendingOffset = 0;
-    if (!Read(chunk.data(), chunk.size(), got, error)) return false;
-    chunk.resize(got);
-    m_pending = std::move(chunk);
-    m_pendingOffset = 0;
+  if (m_pendingOffset < m_pending.size() || m_bodyDone) {
+    available = m_pending.size() - m_pendingOffset;
+    return true;
   }
-  available = m_pending.size() - m_pendingOffset;
+  // A body of known length without chunks: what the buffer holds of it can
+  // be read without waiting, so it is counted where it lies, not copied
+  // aside first (a read then parses it straight into the caller's buffer).
+  auto remaining = m_parser->content_length_remaining();
+  if (!m_parser->chunked() && remaining && *remaining > 0 && m_connection && m_deferredError == 0) {
+    error_code ec;
+    if (m_connection->buffer.size() == 0) ec = Receive(*m_connection, timeouts.receiveMs);
+    if (!ec) {
+      available = static_cast<size_t>(std::min<uint64_t>(m_connection->buffer.size(), *remaining));
+      return true;
+    }
+    if (ec != asio::error::eof) {
+      error = MapFailure(ec, &m_connection->check, face);
+      failure = error;
+      m_connection.reset();
+      return false;
+    }
+    // A close before the end: the read below reports it.
+  }
+  // Otherwise one read ahead, kept for the reads that follow.
+  m_pending.resize(kReadAhead);
+  m_pendingOffset = 0;
+  size_t got = 0;
+  bool ok = Read(m_pending.data(), m_pending.size(), got, error);
+  m_pending.resize(ok ? got : 0);
+  if (!ok) return false;
+  available = got;
   return true;
 }
 

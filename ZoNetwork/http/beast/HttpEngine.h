@@ -140,6 +140,8 @@ public:
   bool EndBody(bool& challenged, uint32_t& error);
   // Body bytes: read up to size into buffer; 0 at the end.
   bool Read(void* buffer, size_t size, size_t& got, uint32_t& error);
+  // Body bytes that a read gives without waiting (waiting for some when
+  // none are there); 0 at the end.
   bool Available(size_t& available, uint32_t& error);
 
   bool HaveReply() const { return m_parser != nullptr && m_parser->is_header_done(); }

@@ -41,10 +41,6 @@ struct Object {
   // Request.
   std::unique_ptr<Request> request;
   uint64_t total = 0;
-  // Body bytes read ahead to answer WinHttpQueryDataAvailable; the storage
-  // stays between calls, so a long body costs no allocation per piece.
-  std::vector<char> pending;
-  size_t pendingSize = 0, pendingOffset = 0;
 };
 
 // Handles are numbers from a counter of this face's own, never reused: a
@@ -90,8 +86,6 @@ std::string Narrow(const wchar_t* text, size_t length) {
   return text == nullptr ? std::string() : FXString::ToString(std::wstring(text, length));
 }
 
-// How much WinHttpQueryDataAvailable reads ahead at most.
-constexpr size_t kReadAhead = 64 * 1024;
 
 bool IsDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 
@@ -302,7 +296,6 @@ bool WinHttpSendRequest(Handle handle, const wchar_t* headers, uint32_t headersL
   // deadline passed here is one of sending, there one of receiving.
   uint32_t error = 0;
   object->total = totalLength;
-  object->pendingOffset = object->pendingSize = 0;
   if (!object->request->Send(std::string(), totalLength, true, error)) return Fail(error);
   if (optional != nullptr && optionalLength > 0) {
     size_t written = 0;
@@ -375,15 +368,10 @@ bool WinHttpQueryHeaders(Handle handle, uint32_t infoLevel, const wchar_t*, void
 bool WinHttpQueryDataAvailable(Handle handle, uint32_t* available) {
   std::shared_ptr<Object> object = Get(handle, Kind::Request);
   if (!object) return false;
-  if (object->pendingOffset >= object->pendingSize) {
-    object->pending.resize(kReadAhead);
-    object->pendingOffset = object->pendingSize = 0;
-    size_t got = 0;
-    uint32_t error = 0;
-    if (!object->request->Read(object->pending.data(), object->pending.size(), got, error)) return Fail(error);
-    object->pendingSize = got;
-  }
-  if (available) *available = static_cast<uint32_t>(object->pendingSize - object->pendingOffset);
+  size_t count = 0;
+  uint32_t error = 0;
+  if (!object->request->Available(count, error)) return Fail(error);
+  if (available) *available = static_cast<uint32_t>(count);
   return true;
 }
 
@@ -392,13 +380,6 @@ bool WinHttpReadData(Handle handle, void* buffer, uint32_t size, uint32_t* read)
   if (!object) return false;
   if (read) *read = 0;
   if (buffer == nullptr && size > 0) return Fail(ZONET_ERR_INVALID_PARAMETER);
-  if (object->pendingOffset < object->pendingSize) {
-    size_t n = std::min<size_t>(size, object->pendingSize - object->pendingOffset);
-    std::memcpy(buffer, object->pending.data() + object->pendingOffset, n);
-    object->pendingOffset += n;
-    if (read) *read = static_cast<uint32_t>(n);
-    return true;
-  }
   size_t got = 0;
   uint32_t error = 0;
   if (!object->request->Read(buffer, size, got, error)) return Fail(error);
