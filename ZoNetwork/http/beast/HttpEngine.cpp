@@ -27,6 +27,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
+#include <boost/beast/core/buffers_suffix.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
@@ -173,17 +174,35 @@ error_code Drive(asio::io_context& ioc, size_t* bytes, Start&& start) {
   return result;
 }
 
+// Sends all of buffers within the send time-out. In the clear, what the
+// socket takes at once goes without a deadline or a poll (the socket is in
+// non-blocking mode); only the rest waits. TLS always goes the waiting way:
+// a record the socket took in part can't be finished by a later call.
 template <class Buffers>
 error_code WriteAll(Connection& c, const Buffers& buffers, uint32_t ms, size_t* written) {
+  size_t now = 0;
+  error_code ec;
+  if (!c.tls) {
+    now = c.tcp.socket().write_some(buffers, ec);
+    if (ec == asio::error::would_block || ec == asio::error::try_again) ec = {};
+    if (ec || now == asio::buffer_size(buffers)) {
+      if (written) *written = now;
+      return ec;
+    }
+  }
   c.tcp.expires_after(std::chrono::milliseconds(ms));
-  error_code ec = Drive(c.ioc, written, [&](auto handler) {
+  size_t later = 0;
+  beast::buffers_suffix<Buffers> rest(buffers);
+  rest.consume(now);
+  ec = Drive(c.ioc, &later, [&](auto handler) {
     if (c.tls) {
       asio::async_write(*c.tls, buffers, std::move(handler));
     } else {
-      asio::async_write(c.tcp, buffers, std::move(handler));
+      asio::async_write(c.tcp, rest, std::move(handler));
     }
   });
   c.tcp.expires_never();
+  if (written) *written = now + later;
   return ec;
 }
 
@@ -963,12 +982,12 @@ bool Request::WriteBody(const void* data, size_t size, size_t& written, uint32_t
   // gathering goes out at once behind what was gathered. A failure of the
   // connection shows at the write that sends, or at EndBody.
   const size_t kGather = 64 * 1024;
-  if (m_outgoing.size() + size < kGather) {
+  if (m_outgoing.size() + size >= kGather && !FlushBody(error)) return false;
+  if (size < kGather) {
     m_outgoing.insert(m_outgoing.end(), static_cast<const char*>(data), static_cast<const char*>(data) + size);
     written = size;
     return true;
   }
-  if (!FlushBody(error)) return false;
   error_code ec = WriteAll(*m_connection, asio::buffer(data, size), timeouts.sendMs, &written);
   if (ec) {
     error = MapFailure(ec, &m_connection->check, face);
