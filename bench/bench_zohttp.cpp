@@ -19,6 +19,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchSupport.h"
 #include "support/Servers.h"
 
 namespace {
@@ -32,6 +33,16 @@ struct Peers {
   std::unique_ptr<zotest::FixtureDir> work;
   std::string why;
   std::string upload;  // the file to post
+  // Where the downloads go: memory-backed, as the other transfer benchmarks'
+  // files, so that the disk's write-back does not decide.
+  std::string out = zobench::Scratch("zohttp");
+  Peers() = default;
+  Peers(Peers&&) = default;
+  ~Peers() {
+    if (out.empty()) return;
+    ::rmdir((out + "/files").c_str());
+    ::rmdir(out.c_str());
+  }
 };
 
 // Both servers serve the same large files: written once into the plain
@@ -58,6 +69,7 @@ Peers& GetPeers() {
       ::mkdir(link.c_str(), 0755);
       if (file.empty() || ::symlink(file.c_str(), (link + "/" + name).c_str()) != 0) p.why = "cannot write " + file;
     }
+    ::mkdir(p.out.c_str(), 0755);
     p.upload = p.work->File("upload.log");
     if (!zotest::WritePatternFile(p.upload, kUpload)) p.why = "cannot write " + p.upload;
     return p;
@@ -131,9 +143,9 @@ void BM_ZoHTTP_Download(benchmark::State& state) {
   if (!peers.why.empty()) return Report(state, {}, 0, "");
   const auto& server = tls ? *peers.tls : *peers.plain;
   const char* name = big ? "big.bin" : "small.bin";
-  std::vector<std::string> argv{Zonet(), "zohttp", "get", server.Url("files"), name, "--dir", peers.work->Path()};
+  std::vector<std::string> argv{Zonet(), "zohttp", "get", server.Url("files"), name, "--dir", peers.out};
   if (tls) argv.push_back("--insecure");
-  Report(state, argv, big ? kBig : kSmall, peers.work->Path() + "/files/" + name);
+  Report(state, argv, big ? kBig : kSmall, peers.out + "/files/" + name);
 }
 
 void BM_Curl_Download(benchmark::State& state) {
@@ -143,7 +155,7 @@ void BM_Curl_Download(benchmark::State& state) {
   if (!peers.why.empty()) return Report(state, {}, 0, "");
   const auto& server = tls ? *peers.tls : *peers.plain;
   const char* name = big ? "big.bin" : "small.bin";
-  std::string out = peers.work->File(std::string("curl-") + name);
+  std::string out = peers.out + "/curl-" + name;
   std::vector<std::string> argv{"curl", "-s", "-f", "-o", out, server.Url(std::string("files/") + name)};
   if (tls) argv.insert(argv.begin() + 1, "-k");
   Report(state, argv, big ? kBig : kSmall, out);
