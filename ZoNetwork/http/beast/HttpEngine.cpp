@@ -251,6 +251,16 @@ error_code Receive(Connection& c, uint32_t ms) {
     c.tcp.expires_never();
   }
   c.buffer.commit(got);
+  // Over TLS a receive gives one record (16 KiB at most): the records that
+  // have arrived with it are taken as well, so that the reads that follow
+  // are whole pieces, not a piece and a remainder per record. A failure here
+  // is left for the next receive, which meets it again.
+  while (!ec && c.tls && c.buffer.size() < kReceiveSize / 2) {
+    error_code more;
+    size_t n = c.tls->read_some(c.buffer.prepare(kReceiveSize - c.buffer.size()), more);
+    if (more) break;
+    c.buffer.commit(n);
+  }
   return ec;
 }
 
