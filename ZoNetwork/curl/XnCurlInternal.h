@@ -32,6 +32,12 @@ int SetCertificateBundle(void* handle, const std::string& path);
 // A body sink that takes and drops everything.
 size_t DiscardBody(char* data, size_t size, size_t count, void* context);
 
+// The options of a size probe (no body; the header lines go to
+// headerFunction, without the headers in the body), in the order both
+// request classes set them, and their taking back after the probe.
+void SetSizeProbe(void* handle, void* headerFunction);
+void UnsetSizeProbe(void* handle);
+
 }  // namespace zonet_curl
 
 #endif  // ZONETWORK_CURL_XNCURLINTERNAL_H

@@ -147,9 +147,7 @@ CZoError XnFTPReq::setMethodParameter() {
       (void)xn_curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 1L);
       break;
     case opFileInfo:
-      (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&getContentSize));
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+      zonet_curl::SetSizeProbe(handle, reinterpret_cast<void*>(&getContentSize));
       break;
     case opHeadOnly:
     case opCheck:
@@ -182,9 +180,7 @@ CZoError XnFTPReq::unsetOpTypeParameter() {
       (void)xn_curl_easy_setopt(handle, CURLOPT_DIRLISTONLY, 0L);
       break;
     case opFileInfo:
-      (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 0L);
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, static_cast<void*>(nullptr));
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+      zonet_curl::UnsetSizeProbe(handle);
       break;
     case opHeadOnly:
     case opCheck:

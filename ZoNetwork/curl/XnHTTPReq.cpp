@@ -95,9 +95,7 @@ CZoError XnHTTPReq::setMethodParameter() {
     case opList:
       break;
     case opFileInfo:
-      (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&getContentSize));
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+      zonet_curl::SetSizeProbe(handle, reinterpret_cast<void*>(&getContentSize));
       break;
     case opHeadOnly:
       (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
@@ -228,9 +226,7 @@ CZoError XnHTTPReq::unsetOpTypeParameter() {
     case opList:
       break;
     case opFileInfo:
-      (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 0L);
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, static_cast<void*>(nullptr));
-      (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+      zonet_curl::UnsetSizeProbe(handle);
       break;
     case opHeadOnly:
     case opCheck:

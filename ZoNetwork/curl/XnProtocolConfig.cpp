@@ -22,6 +22,18 @@ int SetCertificateBundle(void* handle, const std::string& path) {
 
 size_t DiscardBody(char* /*data*/, size_t size, size_t count, void* /*context*/) { return size * count; }
 
+void SetSizeProbe(void* handle, void* headerFunction) {
+  (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+  (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, headerFunction);
+  (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+}
+
+void UnsetSizeProbe(void* handle) {
+  (void)xn_curl_easy_setopt(handle, CURLOPT_NOBODY, 0L);
+  (void)xn_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, static_cast<void*>(nullptr));
+  (void)xn_curl_easy_setopt(handle, CURLOPT_HEADER, 0L);
+}
+
 }  // namespace zonet_curl
 
 namespace XnCURL {

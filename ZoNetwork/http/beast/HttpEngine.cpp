@@ -431,6 +431,31 @@ std::string EscapeTarget(const std::string& target) {
   return out;
 }
 
+bool SplitHeaderLines(const std::string& text, std::vector<std::string>& lines) {
+  std::vector<std::string> found;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t end = text.find("\r\n", start);
+    std::string line = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    if (!line.empty()) {
+      size_t colon = line.find(':');
+      if (colon == std::string::npos || colon == 0) return false;
+      for (size_t i = 0; i < colon; ++i) {
+        unsigned char c = static_cast<unsigned char>(line[i]);
+        if (c <= 32 || c >= 127 || std::strchr("()<>@,;:\\\"/[]?={}", c) != nullptr) return false;
+      }
+      for (char c : line) {
+        if (c == '\r' || c == '\n' || c == '\0') return false;
+      }
+      found.push_back(line);
+    }
+    if (end == std::string::npos) break;
+    start = end + 2;
+  }
+  lines.insert(lines.end(), found.begin(), found.end());
+  return true;
+}
+
 bool Bypassed(const std::string& bypass, const std::string& host) {
   for (const std::string& entry : Tokens(bypass, "; ,\t\r\n")) {
     if (Lower(entry) == "<local>") {

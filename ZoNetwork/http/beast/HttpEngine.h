@@ -62,6 +62,12 @@ bool ParseUrl(const std::string& text, Url& url, uint32_t& why);
 // The target with the bytes that cannot stand in a request line as %XX.
 std::string EscapeTarget(const std::string& target);
 
+// Header text that a caller adds to a request: split at CR LF, empty lines
+// ignored, every other line "name: value" with a token for a name. The lines
+// are appended to lines; false (and nothing appended) when any line is not
+// a header, as both faces refuse the whole text.
+bool SplitHeaderLines(const std::string& text, std::vector<std::string>& lines);
+
 // Proxy selection in the designed platform's list syntax.
 struct ProxyChoice {
   bool use = false;

@@ -257,31 +257,7 @@ bool WinHttpAddRequestHeaders(Handle handle, const wchar_t* headers, uint32_t le
   if (!object) return false;
   if (headers == nullptr) return Fail(ZONET_ERR_INVALID_PARAMETER);
   std::string all = length == 0xFFFFFFFFu ? Narrow(headers) : Narrow(headers, length);
-  std::vector<std::string> found;
-  size_t start = 0;
-  while (start <= all.size()) {
-    size_t end = all.find("\r\n", start);
-    std::string line = all.substr(start, end == std::string::npos ? std::string::npos : end - start);
-    if (!line.empty()) {
-      size_t colon = line.find(':');
-      if (colon == std::string::npos || colon == 0) return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-      for (size_t i = 0; i < colon; ++i) {
-        unsigned char c = static_cast<unsigned char>(line[i]);
-        if (c <= 32 || c >= 127 || std::strchr("()<>@,;:\\\"/[]?={}", c) != nullptr) {
-          return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-        }
-      }
-      for (char c : line) {
-        if (c == '\r' || c == '\n' || c == '\0') return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-      }
-      found.push_back(line);
-    }
-    if (end == std::string::npos) break;
-    start = end + 2;
-  }
-  auto& extra = object->request->extraHeaders;
-  extra.insert(extra.end(), found.begin(), found.end());
-  return true;
+  return zonet_http::engine::SplitHeaderLines(all, object->request->extraHeaders) || Fail(ZONET_ERR_HTTP_INVALID_HEADER);
 }
 
 bool WinHttpSendRequest(Handle handle, const wchar_t* headers, uint32_t headersLength, const void* optional,

@@ -87,30 +87,7 @@ std::string Text(const char* text) { return text ? std::string(text) : std::stri
 bool ParseHeaderLines(const char* text, uint32_t length, std::vector<std::string>& lines) {
   std::string all = text == nullptr ? std::string()
                                     : (length == 0xFFFFFFFFu ? std::string(text) : std::string(text, length));
-  std::vector<std::string> found;
-  size_t start = 0;
-  while (start <= all.size()) {
-    size_t end = all.find("\r\n", start);
-    std::string line = all.substr(start, end == std::string::npos ? std::string::npos : end - start);
-    if (!line.empty()) {
-      size_t colon = line.find(':');
-      if (colon == std::string::npos || colon == 0) return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-      for (size_t i = 0; i < colon; ++i) {
-        unsigned char c = static_cast<unsigned char>(line[i]);
-        if (c <= 32 || c >= 127 || std::strchr("()<>@,;:\\\"/[]?={}", c) != nullptr) {
-          return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-        }
-      }
-      for (char c : line) {
-        if (c == '\r' || c == '\n' || c == '\0') return Fail(ZONET_ERR_HTTP_INVALID_HEADER);
-      }
-      found.push_back(line);
-    }
-    if (end == std::string::npos) break;
-    start = end + 2;
-  }
-  lines.insert(lines.end(), found.begin(), found.end());
-  return true;
+  return engine::SplitHeaderLines(all, lines) || Fail(ZONET_ERR_HTTP_INVALID_HEADER);
 }
 
 bool SetTimeout(engine::Timeouts& timeouts, uint32_t option, uint32_t value) {
