@@ -188,6 +188,29 @@ TEST(ZoHTTP2Session, StatusCallbackIsAcceptedAndNeverCalled) {
   hp::WinHttpCloseHandle(s);
 }
 
+TEST(ZoHTTP2Session, HeaderTextIsSplitIntoLinesAndABadTextAddsNothing) {
+  ScriptedHttpPeer peer({R(Ok("x"))});
+  REQUIRE_PEER(peer);
+  hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
+  hp::Handle c = hp::WinHttpConnect(s, L"127.0.0.1", static_cast<uint16_t>(peer.Port()), 0);
+  hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/h", nullptr, nullptr, nullptr, 0);
+  EXPECT_TRUE(hp::WinHttpAddRequestHeaders(r, L"X-One: 1\r\nX-Two: 2\r\n", 0xFFFFFFFFu, 0));
+  for (const wchar_t* bad : {L"X-Three: 3\r\nno colon here\r\n", L": empty name", L"X Four: 4", L"X-Five\n: 5"}) {
+    EXPECT_FALSE(hp::WinHttpAddRequestHeaders(r, bad, 0xFFFFFFFFu, 0));
+    EXPECT_EQ(zonet_http::LastError(), static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_HEADER));
+  }
+  EXPECT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
+  EXPECT_TRUE(hp::WinHttpReceiveResponse(r, nullptr));
+  hp::WinHttpCloseHandle(r);
+  hp::WinHttpCloseHandle(c);
+  hp::WinHttpCloseHandle(s);
+  ASSERT_TRUE(peer.WaitForRequests(1));
+  std::string raw = peer.Requests()[0];
+  EXPECT_NE(raw.find("\r\nX-One: 1\r\nX-Two: 2\r\n"), std::string::npos) << raw;
+  EXPECT_EQ(raw.find("X-Three"), std::string::npos);  // a refused text adds nothing
+  EXPECT_EQ(raw.find("Four"), std::string::npos);
+}
+
 // ---------------------------------------------------------------- Connect
 
 TEST(ZoHTTP2Connect, TextWithoutSchemeKeepsAnExistingConnection) {
