@@ -233,7 +233,9 @@ constexpr size_t kReadAhead = 64 * 1024;
 // Receives what the connection has into its buffer: first without waiting,
 // since on a fast link the bytes are there already and a wait costs a
 // deadline to arm and a poll; when nothing has come, within the receive
-// time-out. The socket is in non-blocking mode from its connect on.
+// time-out. The socket is in non-blocking mode from its connect on. Over
+// TLS the first try may also have to send (a key update's answer): a few
+// hundred bytes into a send buffer that a download leaves empty.
 error_code Receive(Connection& c, uint32_t ms) {
   auto space = c.buffer.prepare(kReceiveSize);
   error_code ec;
