@@ -3,6 +3,8 @@
 // each kind of real failure to its number.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -94,6 +96,41 @@ TEST_F(HttpLayer, GetFromNginxAndNothingLeft) {
   EXPECT_EQ(out.body, "alpha");
   EXPECT_TRUE(nginx.WaitForAccessLog("GET /files/a.txt HTTP/1.1"));
   EXPECT_EQ(zonet_internal::HttpOpenHandleCount(), handlesBefore);
+}
+
+// Reads a body the way a caller that asks first does: what is available,
+// then at most that much (in pieces of up to 7 bytes), until 0 is available.
+std::string ReadCounted(hp::Handle request) {
+  std::string body;
+  for (;;) {
+    uint32_t available = 0;
+    if (!hp::InternetQueryDataAvailable(request, &available, 0, 0)) return body + "<query failed>";
+    if (available == 0) return body;
+    char buffer[7];
+    uint32_t got = 0;
+    if (!hp::InternetReadFile(request, buffer, std::min<uint32_t>(available, sizeof buffer), &got)) {
+      return body + "<read failed>";
+    }
+    if (got == 0 || got > available) return body + "<bad count>";
+    body.append(buffer, got);
+  }
+}
+
+TEST_F(HttpLayer, WhatIsAvailableIsWhatIsReadForEveryFormOfBody) {
+  const std::string text = zotest::PatternBytes(0, 3000);
+  for (const std::string& raw : {ScriptedHttpPeer::Response(200, "OK", {}, text),
+                                 ScriptedHttpPeer::ChunkedResponse(200, "OK", {}, text, 1000),
+                                 ScriptedHttpPeer::Response(200, "OK", {"Connection: close"}, text, true)}) {
+    ScriptedHttpPeer peer({ScriptedHttpPeer::Reply{raw}});
+    ASSERT_TRUE(peer.Ok()) << peer.Reason();
+    hp::Handle root = hp::InternetOpen("agent/1", hp::kOpenTypeDirect, nullptr, nullptr, 0);
+    hp::Handle connect = hp::InternetConnect(root, "127.0.0.1", static_cast<uint16_t>(peer.Port()), nullptr, nullptr,
+                                             hp::kServiceHttp, 0, 0);
+    hp::Handle request = hp::HttpOpenRequest(connect, "GET", "/b", nullptr, nullptr, nullptr, 0, 0);
+    ASSERT_TRUE(hp::HttpSendRequest(request, nullptr, 0, nullptr, 0));
+    EXPECT_EQ(ReadCounted(request), text) << raw.substr(0, raw.find("\r\n\r\n"));
+    hp::InternetCloseHandle(root);
+  }
 }
 
 TEST_F(HttpLayer, HandlesClosedTwiceOrForgedAreRefused) {

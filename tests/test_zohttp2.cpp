@@ -4,6 +4,8 @@
 // certificate demand and the busy pauses.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -209,6 +211,37 @@ TEST(ZoHTTP2Session, HeaderTextIsSplitIntoLinesAndABadTextAddsNothing) {
   EXPECT_NE(raw.find("\r\nX-One: 1\r\nX-Two: 2\r\n"), std::string::npos) << raw;
   EXPECT_EQ(raw.find("X-Three"), std::string::npos);  // a refused text adds nothing
   EXPECT_EQ(raw.find("Four"), std::string::npos);
+}
+
+TEST(ZoHTTP2Session, WhatIsAvailableIsWhatIsReadForEveryFormOfBody) {
+  const std::string text = zotest::PatternBytes(0, 3000);
+  for (const std::string& raw : {ScriptedHttpPeer::Response(200, "OK", {}, text),
+                                 ScriptedHttpPeer::ChunkedResponse(200, "OK", {}, text, 1000),
+                                 ScriptedHttpPeer::Response(200, "OK", {"Connection: close"}, text, true)}) {
+    ScriptedHttpPeer peer({R(raw)});
+    REQUIRE_PEER(peer);
+    hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
+    hp::Handle c = hp::WinHttpConnect(s, L"127.0.0.1", static_cast<uint16_t>(peer.Port()), 0);
+    hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/b", nullptr, nullptr, nullptr, 0);
+    ASSERT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
+    ASSERT_TRUE(hp::WinHttpReceiveResponse(r, nullptr));
+    std::string body;
+    for (;;) {
+      uint32_t available = 0;
+      ASSERT_TRUE(hp::WinHttpQueryDataAvailable(r, &available));
+      if (available == 0) break;
+      char buffer[7];
+      uint32_t got = 0;
+      ASSERT_TRUE(hp::WinHttpReadData(r, buffer, std::min<uint32_t>(available, sizeof buffer), &got));
+      ASSERT_GT(got, 0u);
+      ASSERT_LE(got, available);
+      body.append(buffer, got);
+    }
+    EXPECT_EQ(body, text) << raw.substr(0, raw.find("\r\n\r\n"));
+    hp::WinHttpCloseHandle(r);
+    hp::WinHttpCloseHandle(c);
+    hp::WinHttpCloseHandle(s);
+  }
 }
 
 // ---------------------------------------------------------------- Connect

@@ -939,6 +939,21 @@ std::string ScriptedHttpPeer::Response(int status, const std::string& reason, co
   return raw + "\r\n" + body;
 }
 
+std::string ScriptedHttpPeer::ChunkedResponse(int status, const std::string& reason,
+                                              const std::vector<std::string>& headers, const std::string& body,
+                                              size_t chunkSize) {
+  std::vector<std::string> all = headers;
+  all.push_back("Transfer-Encoding: chunked");
+  std::string chunks;
+  for (size_t at = 0; at < body.size(); at += chunkSize) {
+    std::string piece = body.substr(at, chunkSize);
+    char size[32];
+    std::snprintf(size, sizeof size, "%zx\r\n", piece.size());
+    chunks += size + piece + "\r\n";
+  }
+  return Response(status, reason, all, chunks + "0\r\n\r\n");
+}
+
 // ---------------------------------------------------------------------------
 // ForwardProxy
 

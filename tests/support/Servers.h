@@ -283,6 +283,10 @@ public:
   // or noLength is set, then body.
   static std::string Response(int status, const std::string& reason, const std::vector<std::string>& headers,
                               const std::string& body, bool noLength = false);
+  // The same reply with the body in chunks of chunkSize bytes (the last may
+  // be shorter) and the closing zero chunk.
+  static std::string ChunkedResponse(int status, const std::string& reason, const std::vector<std::string>& headers,
+                                     const std::string& body, size_t chunkSize);
 
 private:
   FixtureDir m_dir{"peer"};

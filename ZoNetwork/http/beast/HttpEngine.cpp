@@ -1164,12 +1164,14 @@ bool Request::Available(size_t& available, uint32_t& error) {
     }
     // A close before the end: the read below reports it.
   }
-  // Otherwise one read ahead, kept for the reads that follow.
+  // Otherwise one read ahead, kept for the reads that follow. The storage
+  // stays between calls; while the read fills it, nothing in it is pending.
   m_pending.resize(kReadAhead);
-  m_pendingOffset = 0;
+  m_pendingOffset = m_pending.size();
   size_t got = 0;
   bool ok = Read(m_pending.data(), m_pending.size(), got, error);
   m_pending.resize(ok ? got : 0);
+  m_pendingOffset = 0;
   if (!ok) return false;
   available = got;
   return true;
