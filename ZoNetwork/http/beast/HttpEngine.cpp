@@ -776,8 +776,13 @@ bool Request::OpenConnection(uint32_t& error) {
     return false;
   }
   // Asynchronous operations don't care; the receives of a body try first
-  // without waiting (Receive).
+  // without waiting (Receive), which a blocking socket would turn into a
+  // wait without a deadline.
   c->tcp.socket().non_blocking(true, ec);
+  if (ec) {
+    error = MapFailure(ec, nullptr, face);
+    return false;
+  }
   // Step 3: through a proxy, HTTPS goes in a CONNECT tunnel. A refusal is
   // this request's reply.
   if (proxy.use && url.secure) {
