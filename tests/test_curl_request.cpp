@@ -25,26 +25,11 @@ const char kSingular[] =
 const char kPlural[] =
     "XnProtocol class is not initialized yet. Call initialize function before any other functions.";
 
-const std::vector<commandInfo> kNone;
-
-long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-
-bool Contains(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
-
 // The curl layer's first call opens what curl keeps for the process; a test
 // that counts descriptors starts after it.
 void WarmUp() {
   HttpReq warm;
   ASSERT_FALSE(warm.initialize(0).IsError());
-}
-
-// A registered server without a trailing slash: the path brings its own.
-std::string Server(int port) { return "http://localhost:" + std::to_string(port); }
-
-Reply Plain(int status, const std::string& body = "", std::vector<std::string> headers = {}) {
-  Reply reply;
-  reply.raw = zotest::ScriptedHttpPeer::Response(status, "Status", headers, body);
-  return reply;
 }
 
 class CurlRequest : public ::testing::Test {
@@ -144,8 +129,7 @@ TEST_F(CurlRequest, ARefusedResponseIsAnErrorWithCurlCodeZero) {
   zotest::ScriptedHttpPeer peer({Plain(500, "broken")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   CZoError e = request.download("/x", kNone);
@@ -163,8 +147,7 @@ TEST_F(CurlRequest, ACurlFailureAfterA404LeavesTheResponseCodeAt404) {
   zotest::ScriptedHttpPeer peer({Plain(404, "none")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   EXPECT_TRUE(request.download("/x", kNone).IsError());
@@ -193,8 +176,7 @@ TEST_F(CurlRequest, AWriteFunctionWithoutContextRegistersNothingAndCurlsDefaultA
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string out = CaptureStdout(dir.File("stdout"), [&] {
     request.setWriteFunctionPointer(nullptr, CollectInto);
     EXPECT_FALSE(request.download("/x", kNone).IsError());
@@ -216,8 +198,7 @@ TEST_F(CurlRequest, AfterARequestWithCallbacksALaterBodyIsDiscardedNotWrittenToA
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   ASSERT_FALSE(request.download("/x", kNone).IsError());
@@ -231,8 +212,7 @@ TEST_F(CurlRequest, CommandsWithAKeyTwiceSendTheLastValueAndWinOverAddedHeaders)
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   request.addRequestedHeaders("X-Same", "added");
   request.addRequestedHeaders("X-Added", "first");
   request.addRequestedHeaders("X-Added", "second");
@@ -308,8 +288,7 @@ TEST_F(CurlRequest, CredentialsReachTheServer) {
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   nginx.AddFile("private/secret.txt", "the secret");
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   CZoError refused = request.download("/private/secret.txt", kNone);
@@ -331,8 +310,7 @@ TEST_F(CurlRequest, RedirectsAreFollowedOnlyWhenAsked) {
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   nginx.AddFile("target.txt", "arrived");
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   // A redirect that isn't followed counts as success.
@@ -363,8 +341,7 @@ TEST_F(CurlRequest, AProxyWithCredentialsTheBypassListAndDisablingIt) {
   zotest::ForwardProxy proxy("puser", "ppass");
   ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   ASSERT_FALSE(request.setProxyDetails("127.0.0.1", "puser", "ppass", std::to_string(proxy.Port())).IsError());
   ASSERT_FALSE(request.setProyAuth(CURLAUTH_BASIC).IsError());
   EXPECT_TRUE(request.getIsProxySet());
@@ -405,8 +382,7 @@ TEST_F(CurlRequest, WrongProxyCredentialsGive407) {
   zotest::ForwardProxy proxy("puser", "ppass");
   ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   ASSERT_FALSE(request.setProxyDetails("127.0.0.1", "puser", "wrong", std::to_string(proxy.Port())).IsError());
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
@@ -493,8 +469,7 @@ TEST_F(CurlRequest, RefusedArgumentsLeaveTheCallbacksForTheNextRequest) {
   zotest::ScriptedHttpPeer peer({Plain(200, "kept for later")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   EXPECT_TRUE(request.download(nullptr, kNone).IsError());
@@ -507,8 +482,7 @@ TEST_F(CurlRequest, OperationsFillTheFieldsTheyName) {
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   const char buffer[] = "put-body";
   ASSERT_FALSE(request.doPutOperation("/u/p", buffer, 8, kNone).IsError());
   EXPECT_EQ(request.getOperationType(), opCustomRequest);
@@ -531,8 +505,7 @@ TEST_F(CurlRequest, PostWithANullBufferAndSizeZeroPostsNothing) {
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   ASSERT_FALSE(request.doPostOperation("/p", nullptr, 0L, kNone).IsError());
   ASSERT_TRUE(peer.WaitForRequests(1));
   std::string raw = peer.Requests()[0];
@@ -546,8 +519,7 @@ TEST_F(CurlRequest, PutAndDeleteThroughDav) {
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   const std::string content = "stored by PUT";
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
@@ -566,8 +538,7 @@ TEST_F(CurlRequest, CheckConnectionCountsRefusalsAsReached) {
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   for (int status : {401, 403, 404, 405}) {
     request.setURLPath("/status/" + std::to_string(status));
     CZoError e = request.checkConnection();
@@ -589,8 +560,7 @@ TEST_F(CurlRequest, FileInfoGivesTheSizeOrRefusesAnUnknownOne) {
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   nginx.AddFile("sized.bin", std::string(12345, 'z'));
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   double size = -1;
   ASSERT_FALSE(request.getFileInfo("/sized.bin", size).IsError());
   EXPECT_EQ(size, 12345.0);
@@ -621,8 +591,7 @@ TEST_F(CurlRequest, ExistenceOfFilesAndDirectories) {
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   nginx.AddFile("dir/file.txt", "f");
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   bool exists = false;
   ASSERT_FALSE(request.checkIfFileOrDirExists("/dir/file.txt", true, exists).IsError());
   EXPECT_TRUE(exists);
@@ -655,8 +624,7 @@ TEST_F(CurlRequest, ADirectoryThatAnswers403Or500ExistsAllTheSame) {
   zotest::ScriptedHttpPeer peer({Plain(403), Plain(500), Plain(404)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   bool exists = false;
   ASSERT_FALSE(request.checkIfFileOrDirExists("/d", false, exists).IsError());
   EXPECT_TRUE(exists);
@@ -674,8 +642,7 @@ TEST_F(CurlRequest, GetInfoOnA404FailsAndGivesNoValue) {
   zotest::NginxServer nginx({});
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   request.setURLPath("/missing");
   std::string value = "untouched";
   CZoError e = request.getInfo(curlInfoEffectiveURL, value);
@@ -689,8 +656,7 @@ TEST_F(CurlRequest, AListingPathGetsOneSlash) {
   zotest::ScriptedHttpPeer peer({Plain(200, "<html></html>")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   ASSERT_FALSE(request.getFilesAndDirsInfoInFile("/dir").IsError());
@@ -713,8 +679,7 @@ TEST_F(CurlRequest, APeerThatClosesMidBody) {
   zotest::FdLeakCheck leaks;
   {
     HttpReq request;
-    ASSERT_FALSE(request.initialize(0).IsError());
-    request.setURL(Server(peer.Port()));
+    ASSERT_TRUE(Aimed(request, peer.Port()));
     std::string body;
     request.setWriteFunctionPointer(&body, CollectInto);
     CZoError e = request.download("/cut", kNone);
@@ -795,8 +760,7 @@ TEST_F(CurlRequest, NothingIsLeftOpenAfterRequestsOnNginx) {
   zotest::FdLeakCheck leaks;
   {
     HttpReq request;
-    ASSERT_FALSE(request.initialize(0).IsError());
-    request.setURL(Server(nginx.Port()));
+    ASSERT_TRUE(Aimed(request, nginx.Port()));
     for (int i = 0; i < 5; ++i) {
       std::string body;
       request.setWriteFunctionPointer(&body, CollectInto);

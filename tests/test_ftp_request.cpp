@@ -28,25 +28,7 @@ using namespace zotest_curl;
 
 namespace {
 
-const std::vector<commandInfo> kNone;
-
-long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-long CurlCode(int code) { return ErrorXnCURL(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-bool Contains(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-// A loopback port that nothing listens on.
-int ClosedPort() {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof a;
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length);
-  close(fd);
-  return ntohs(a.sin_port);
-}
 
 size_t ReadFromFile(void* data, size_t size, size_t count, void* context) {
   return fread(data, size, count, static_cast<FILE*>(context));
@@ -127,7 +109,7 @@ TEST(FtpRequest, TheURLCompositionTable) {
       {"sftp://host", "a", "", "sftp://host/a"},
       {"host", "x/", "", "ftp://host/x/"},
   };
-  const int closed = ClosedPort();
+  const int closed = zotest::PickFreePort();
   for (const Row& row : rows) {
     FtpReq request;
     ASSERT_FALSE(request.initialize(0).IsError());
@@ -200,7 +182,7 @@ TEST(FtpRequest, PostGetPutAndDeleteAreRefused) {
   FtpReq request;
   ASSERT_FALSE(request.initialize(0).IsError());
   request.setURL("127.0.0.1");
-  request.setPortNumber(std::to_string(ClosedPort()));
+  request.setPortNumber(std::to_string(zotest::PickFreePort()));
   const char buffer[] = "x";
   struct {
     CZoError error;
@@ -527,7 +509,7 @@ TEST_F(FtpLive, AWrongPasswordAMissingFileAndAClosedPort) {
 
   FtpReq nowhere;
   ASSERT_FALSE(nowhere.initialize(0).IsError());
-  nowhere.setURL("ftp://127.0.0.1:" + std::to_string(ClosedPort()));
+  nowhere.setURL("ftp://127.0.0.1:" + std::to_string(zotest::PickFreePort()));
   e = Fetch(nowhere, "x", body);
   EXPECT_TRUE(e.Is(CurlCode(CURLE_COULDNT_CONNECT))) << e.AsString();
   EXPECT_TRUE(Contains(e, "XnProtocolReq::Execute"));

@@ -19,21 +19,8 @@ using Reply = zotest::ScriptedHttpPeer::Reply;
 
 namespace {
 
-const std::vector<commandInfo> kNone;
 // curl's CURLFORM_COPYCONTENTS, by number: its name is deprecated.
 const int kCopyContents = 4;
-
-long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-
-bool Contains(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
-
-std::string Server(int port) { return "http://localhost:" + std::to_string(port); }
-
-Reply Plain(int status, const std::string& body = "") {
-  Reply reply;
-  reply.raw = zotest::ScriptedHttpPeer::Response(status, "Status", {}, body);
-  return reply;
-}
 
 struct Composition {
   const char* server;
@@ -115,8 +102,7 @@ TEST(HttpRequest, OneHundredToThreeNinetyNineIsSuccess) {
     zotest::ScriptedHttpPeer peer({Plain(s.code)});
     ASSERT_TRUE(peer.Ok()) << peer.Reason();
     HttpReq request;
-    ASSERT_FALSE(request.initialize(0).IsError());
-    request.setURL(Server(peer.Port()));
+    ASSERT_TRUE(Aimed(request, peer.Port()));
     std::string body;
     request.setWriteFunctionPointer(&body, CollectInto);
     CZoError e = request.doGetOperation("/s", kNone);
@@ -150,8 +136,7 @@ TEST(HttpRequest, EachKindOfRequestOnTheWire) {
   zotest::ScriptedHttpPeer peer({Plain(200, "body")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   auto sink = [&] { request.setWriteFunctionPointer(&body, CollectInto); };
   sink();
@@ -181,8 +166,7 @@ TEST(HttpRequest, PostOptionsOfABufferSurviveIntoTheNextRequestWhereHttpGetDecid
   zotest::ScriptedHttpPeer peer({Plain(200, "x")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   const char buffer[] = "posted-buffer";
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
@@ -208,8 +192,7 @@ TEST(HttpRequest, AGetLeavesHttpGetOnSoAListAfterItIsAGetToo) {
   zotest::ScriptedHttpPeer peer({Plain(200, "x")});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   std::string body;
   request.setWriteFunctionPointer(&body, CollectInto);
   ASSERT_FALSE(request.doPostOperation("/p", "string", kNone).IsError());
@@ -227,8 +210,7 @@ TEST(HttpRequest, MultipartFormsAsTheyArrive) {
   zotest::TempDir dir;
   std::string file = dir.Write("report.txt", "file contents\n");
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   ASSERT_FALSE(request.addFormValues("field", kCopyContents, "value one").IsError());
   ASSERT_FALSE(request.addFormValues("upload", 10, file).IsError());
   ASSERT_FALSE(request.uploadFile(file.c_str(), "/form", 14, kNone).IsError());
@@ -258,8 +240,7 @@ TEST(HttpRequest, SkippingExpectSendsNoExpectHeader) {
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   request.skipExpectContinue100(true);
   ASSERT_FALSE(request.addFormValues("a", kCopyContents, "b").IsError());
   ASSERT_FALSE(request.uploadFile("src", "/f", 1, kNone).IsError());
@@ -280,8 +261,7 @@ TEST(HttpRequest, AFormFileThatCannotBeSplitDoesNotStopTheUpload) {
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   ASSERT_FALSE(request.addFormValues("first", kCopyContents, "kept").IsError());
   ASSERT_FALSE(request.addFormValues("broken", 10, "").IsError());
   ASSERT_FALSE(request.uploadFile("src", "/f", 1, kNone).IsError());
@@ -296,8 +276,7 @@ TEST(HttpRequest, ChunkedTransferChangesNothingOnTheWire) {
   zotest::ScriptedHttpPeer peer({Plain(200)});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(peer.Port()));
+  ASSERT_TRUE(Aimed(request, peer.Port()));
   const char buffer[] = "abc";
   ASSERT_FALSE(request.doPutOperation("/c", buffer, 3, kNone).IsError());
   request.setChunkedTransfer(true);
@@ -313,8 +292,7 @@ TEST(HttpRequest, IsFileProbesThePathWithASlash) {
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   nginx.AddFile("dir/file.txt", "f");
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   bool isFile = false;
   ASSERT_FALSE(request.Base().IsFile("/dir/file.txt", isFile).IsError());
   EXPECT_TRUE(isFile);
@@ -339,8 +317,7 @@ TEST(HttpRequest, DownloadIntoAFileThroughTheWriteFunction) {
   nginx.AddFile("big.bin", content);
   zotest::TempDir dir;
   HttpReq request;
-  ASSERT_FALSE(request.initialize(0).IsError());
-  request.setURL(Server(nginx.Port()));
+  ASSERT_TRUE(Aimed(request, nginx.Port()));
   FILE* out = fopen(dir.File("copy.bin").c_str(), "wb");
   ASSERT_NE(out, nullptr);
   request.setWriteFunctionPointer(out, WriteToFile);

@@ -18,8 +18,6 @@ using namespace zotest_curl;
 
 namespace {
 
-long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-bool Contains(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
 const char kInvalid[] = "Invalid HTTP Reponse. Parsing the reponse file failed.";
 
 std::vector<std::string> Names(const std::vector<FileDirInfo>& entries) {

@@ -26,24 +26,6 @@ using namespace zotest_curl;
 
 namespace {
 
-const std::vector<commandInfo> kNone;
-
-long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-long CurlCode(int code) { return ErrorXnCURL(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
-bool Contains(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
-
-int ClosedPort() {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof a;
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length);
-  close(fd);
-  return ntohs(a.sin_port);
-}
-
 size_t ReadFromFile(void* data, size_t size, size_t count, void* context) {
   return fread(data, size, count, static_cast<FILE*>(context));
 }
@@ -102,7 +84,7 @@ TEST(SftpRequest, TheURLCompositionTable) {
       // An FTP URL is no SFTP URL: it becomes part of the path.
       {"host", "ftp://other/x", "", "sftp://host/ftp://other/x"},
   };
-  const int closed = ClosedPort();
+  const int closed = zotest::PickFreePort();
   for (const Row& row : rows) {
     SftpReq request;
     ASSERT_FALSE(request.initialize(0).IsError());
@@ -307,7 +289,7 @@ TEST_F(SftpLive, AWrongPasswordAMissingFileAndAClosedPort) {
 
   SftpReq nowhere;
   ASSERT_FALSE(nowhere.initialize(0).IsError());
-  nowhere.setURL("sftp://127.0.0.1:" + std::to_string(ClosedPort()));
+  nowhere.setURL("sftp://127.0.0.1:" + std::to_string(zotest::PickFreePort()));
   e = Fetch(nowhere, "x", body);
   EXPECT_TRUE(e.Is(CurlCode(CURLE_COULDNT_CONNECT))) << e.AsString();
 }
@@ -358,7 +340,7 @@ TEST(SftpRequest, PostGetPutAndDeleteAreRefused) {
   SftpReq request;
   ASSERT_FALSE(request.initialize(0).IsError());
   request.setURL("127.0.0.1");
-  request.setPortNumber(std::to_string(ClosedPort()));
+  request.setPortNumber(std::to_string(zotest::PickFreePort()));
   CZoError e = request.doGetOperation("a", kNone);
   EXPECT_TRUE(e.Is(IntCode(101))) << e.AsString();
   EXPECT_TRUE(Contains(e, "Invalid OpType [10] for FTP protocol"));

@@ -58,6 +58,33 @@ bool Exists(const std::string& path) {
 std::string W2S(const std::wstring& w) { return FXString::ToString(w); }
 bool HasText(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
 
+// A session, connection and GET request of the layer's second face, closed
+// in reverse order at the end of the scope. The session may have its status
+// callback set before the connection is made.
+struct RawGet {
+  hp::Handle session, connect = nullptr, request = nullptr;
+  explicit RawGet(hp::Handle s) : session(s) {}
+  RawGet(const wchar_t* host, int port, const wchar_t* path, uint32_t flags = 0)
+      : session(hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0)) {
+    Open(host, port, path, flags);
+  }
+  void Open(const wchar_t* host, int port, const wchar_t* path, uint32_t flags = 0) {
+    connect = hp::WinHttpConnect(session, host, static_cast<uint16_t>(port), 0);
+    request = hp::WinHttpOpenRequest(connect, L"GET", path, nullptr, nullptr, nullptr, flags);
+  }
+  // Sends the request and reads the reply's head.
+  bool Go() {
+    return hp::WinHttpSendRequest(request, nullptr, 0, nullptr, 0, 0, 0) && hp::WinHttpReceiveResponse(request, nullptr);
+  }
+  ~RawGet() {
+    if (request) hp::WinHttpCloseHandle(request);
+    if (connect) hp::WinHttpCloseHandle(connect);
+    hp::WinHttpCloseHandle(session);
+  }
+  RawGet(const RawGet&) = delete;
+  RawGet& operator=(const RawGet&) = delete;
+};
+
 std::vector<unsigned long> g_pauses;
 void RecordPause(unsigned long ms) { g_pauses.push_back(ms); }
 
@@ -177,35 +204,26 @@ TEST(ZoHTTP2Session, StatusCallbackIsAcceptedAndNeverCalled) {
   static int calls = 0;
   ScriptedHttpPeer peer({R(Ok("x"))});
   REQUIRE_PEER(peer);
-  hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
+  RawGet get(hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0));
   auto cb = [](hp::Handle, uintptr_t, uint32_t, void*, uint32_t) { ++calls; };
-  EXPECT_NE(hp::WinHttpSetStatusCallback(s, cb, 0xFFFFFFFFu, 0), hp::InvalidStatusCallback());
-  hp::Handle c = hp::WinHttpConnect(s, L"127.0.0.1", static_cast<uint16_t>(peer.Port()), 0);
-  hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/x", nullptr, nullptr, nullptr, 0);
-  EXPECT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
-  EXPECT_TRUE(hp::WinHttpReceiveResponse(r, nullptr));
+  EXPECT_NE(hp::WinHttpSetStatusCallback(get.session, cb, 0xFFFFFFFFu, 0), hp::InvalidStatusCallback());
+  get.Open(L"127.0.0.1", peer.Port(), L"/x");
+  EXPECT_TRUE(get.Go());
   EXPECT_EQ(calls, 0);
-  hp::WinHttpCloseHandle(r);
-  hp::WinHttpCloseHandle(c);
-  hp::WinHttpCloseHandle(s);
 }
 
 TEST(ZoHTTP2Session, HeaderTextIsSplitIntoLinesAndABadTextAddsNothing) {
   ScriptedHttpPeer peer({R(Ok("x"))});
   REQUIRE_PEER(peer);
-  hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
-  hp::Handle c = hp::WinHttpConnect(s, L"127.0.0.1", static_cast<uint16_t>(peer.Port()), 0);
-  hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/h", nullptr, nullptr, nullptr, 0);
-  EXPECT_TRUE(hp::WinHttpAddRequestHeaders(r, L"X-One: 1\r\nX-Two: 2\r\n", 0xFFFFFFFFu, 0));
-  for (const wchar_t* bad : {L"X-Three: 3\r\nno colon here\r\n", L": empty name", L"X Four: 4", L"X-Five\n: 5"}) {
-    EXPECT_FALSE(hp::WinHttpAddRequestHeaders(r, bad, 0xFFFFFFFFu, 0));
-    EXPECT_EQ(zonet_http::LastError(), static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_HEADER));
+  {
+    RawGet get(L"127.0.0.1", peer.Port(), L"/h");
+    EXPECT_TRUE(hp::WinHttpAddRequestHeaders(get.request, L"X-One: 1\r\nX-Two: 2\r\n", 0xFFFFFFFFu, 0));
+    for (const wchar_t* bad : {L"X-Three: 3\r\nno colon here\r\n", L": empty name", L"X Four: 4", L"X-Five\n: 5"}) {
+      EXPECT_FALSE(hp::WinHttpAddRequestHeaders(get.request, bad, 0xFFFFFFFFu, 0));
+      EXPECT_EQ(zonet_http::LastError(), static_cast<uint32_t>(ZONET_ERR_HTTP_INVALID_HEADER));
+    }
+    EXPECT_TRUE(get.Go());
   }
-  EXPECT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
-  EXPECT_TRUE(hp::WinHttpReceiveResponse(r, nullptr));
-  hp::WinHttpCloseHandle(r);
-  hp::WinHttpCloseHandle(c);
-  hp::WinHttpCloseHandle(s);
   ASSERT_TRUE(peer.WaitForRequests(1));
   std::string raw = peer.Requests()[0];
   EXPECT_NE(raw.find("\r\nX-One: 1\r\nX-Two: 2\r\n"), std::string::npos) << raw;
@@ -220,11 +238,9 @@ TEST(ZoHTTP2Session, WhatIsAvailableIsWhatIsReadForEveryFormOfBody) {
                                  ScriptedHttpPeer::Response(200, "OK", {"Connection: close"}, text, true)}) {
     ScriptedHttpPeer peer({R(raw)});
     REQUIRE_PEER(peer);
-    hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
-    hp::Handle c = hp::WinHttpConnect(s, L"127.0.0.1", static_cast<uint16_t>(peer.Port()), 0);
-    hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/b", nullptr, nullptr, nullptr, 0);
-    ASSERT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
-    ASSERT_TRUE(hp::WinHttpReceiveResponse(r, nullptr));
+    RawGet get(L"127.0.0.1", peer.Port(), L"/b");
+    ASSERT_TRUE(get.Go());
+    hp::Handle r = get.request;
     std::string body;
     for (;;) {
       uint32_t available = 0;
@@ -238,9 +254,6 @@ TEST(ZoHTTP2Session, WhatIsAvailableIsWhatIsReadForEveryFormOfBody) {
       body.append(buffer, got);
     }
     EXPECT_EQ(body, text) << raw.substr(0, raw.find("\r\n\r\n"));
-    hp::WinHttpCloseHandle(r);
-    hp::WinHttpCloseHandle(c);
-    hp::WinHttpCloseHandle(s);
   }
 }
 
@@ -800,9 +813,8 @@ protected:
 
 TEST_F(ZoHTTP2ClientCert, TheLayerFailsTheSendUntilToldToGoOnWithout) {
   Start("optional");
-  hp::Handle s = hp::WinHttpOpen(L"a", 1, nullptr, nullptr, 0);
-  hp::Handle c = hp::WinHttpConnect(s, L"localhost", static_cast<uint16_t>(nginx->Port()), 0);
-  hp::Handle r = hp::WinHttpOpenRequest(c, L"GET", L"/c.txt", nullptr, nullptr, nullptr, hp::kFlagSecure);
+  RawGet get(L"localhost", nginx->Port(), L"/c.txt", hp::kFlagSecure);
+  hp::Handle r = get.request;
   uint32_t flags = 0x3300;
   ASSERT_TRUE(hp::WinHttpSetOption(r, hp::kOptionSecurityFlags, &flags, 4));
   EXPECT_FALSE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0));
@@ -810,9 +822,6 @@ TEST_F(ZoHTTP2ClientCert, TheLayerFailsTheSendUntilToldToGoOnWithout) {
   ASSERT_TRUE(hp::WinHttpSetOption(r, hp::kOptionClientCertContext, nullptr, 0));
   EXPECT_TRUE(hp::WinHttpSendRequest(r, nullptr, 0, nullptr, 0, 0, 0)) << zonet_http::LastError();
   EXPECT_TRUE(hp::WinHttpReceiveResponse(r, nullptr)) << zonet_http::LastError();
-  hp::WinHttpCloseHandle(r);
-  hp::WinHttpCloseHandle(c);
-  hp::WinHttpCloseHandle(s);
 }
 
 TEST_F(ZoHTTP2ClientCert, DownloadGoesOnWithoutACertificate) {

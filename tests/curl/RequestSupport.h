@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "ZoNetwork/CurlWrapper.h"
+#include "ZoNetwork/XnCURLError.h"
 #include "ZoNetwork/XnHTTPReq.h"
+#include "support/Servers.h"
 
 namespace zotest_curl {
 
@@ -83,6 +85,39 @@ inline std::string Header(const std::string& raw, const std::string& name) {
     }
   }
   return "<none>";
+}
+
+// No commands for an operation.
+inline const std::vector<XnCURL::commandInfo> kNone;
+
+// The codes of an error of the foundation's int domain and of the XnCURL
+// domain, for CZoError::Is.
+inline long IntCode(int code) { return FXErrorUtil::ErrorInt(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
+inline long CurlCode(int code) { return XnCURL::ErrorXnCURL(FXLOC("Test::Code"), code, "%s", "x").GetErrorCode(); }
+
+// Whether the error's text (the whole chain) holds text.
+inline bool Contains(const CZoError& e, const std::string& text) {
+  return e.AsString().find(text) != std::string::npos;
+}
+
+// A registered server on loopback without a trailing slash: the path brings
+// its own.
+inline std::string Server(int port) { return "http://localhost:" + std::to_string(port); }
+
+// A scripted peer's reply with a status, a body and headers.
+inline zotest::ScriptedHttpPeer::Reply Plain(int status, const std::string& body = "",
+                                             const std::vector<std::string>& headers = {}) {
+  zotest::ScriptedHttpPeer::Reply reply;
+  reply.raw = zotest::ScriptedHttpPeer::Response(status, "Status", headers, body);
+  return reply;
+}
+
+// Initializes request and aims it at Server(port); false when it can't
+// initialize.
+inline bool Aimed(XnCURL::XnProtocolReq& request, int port) {
+  if (request.initialize(0).IsError()) return false;
+  request.setURL(Server(port));
+  return true;
 }
 
 // The body of a raw request.
