@@ -10,8 +10,12 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "support/Servers.h"
 
 extern char** environ;
 
@@ -47,6 +51,36 @@ inline void WarmPageCache(const std::string& path) {
   while (in.read(chunk.data(), static_cast<std::streamsize>(chunk.size()))) {
   }
 }
+
+// A plain and an HTTPS nginx of the test fixtures on loopback, each serving
+// "big.bin", a sparse file of bigSize bytes already in the page cache, and
+// the small files given (name, contents). ok, or why not.
+struct NginxPair {
+  std::unique_ptr<zotest::NginxServer> http, https;
+  bool ok = false;
+  std::string why;
+  NginxPair(long long bigSize, const std::vector<std::pair<std::string, std::string>>& files) {
+    http.reset(new zotest::NginxServer({}));
+    zotest::NginxServer::Options tls;
+    tls.tls = true;
+    https.reset(new zotest::NginxServer(tls));
+    if (!http->Ok() || !https->Ok()) {
+      why = http->Ok() ? https->Reason() : http->Reason();
+      return;
+    }
+    for (zotest::NginxServer* server : {http.get(), https.get()}) {
+      std::string path = server->AddFile("big.bin", "");
+      if (truncate(path.c_str(), bigSize) != 0) {
+        why = "cannot make the big file";
+        return;
+      }
+      WarmPageCache(path);
+      for (const auto& file : files) server->AddFile(file.first, file.second);
+    }
+    ok = true;
+  }
+  zotest::NginxServer& Of(bool tls) { return tls ? *https : *http; }
+};
 
 // The peak resident size of RUSAGE_SELF or RUSAGE_CHILDREN, in MiB.
 inline double PeakMiB(int who) {

@@ -33,31 +33,8 @@ const long long kBig = 1LL << 30;  // 1 GiB
 const int kSmallCount = 1000;
 
 // The two servers and their files, made once for the run.
-struct Peers {
-  std::unique_ptr<zotest::NginxServer> http, https;
-  bool ok = false;
-  std::string why;
-  Peers() {
-    http.reset(new zotest::NginxServer({}));
-    zotest::NginxServer::Options tls;
-    tls.tls = true;
-    https.reset(new zotest::NginxServer(tls));
-    if (!http->Ok() || !https->Ok()) {
-      why = http->Ok() ? https->Reason() : http->Reason();
-      return;
-    }
-    for (zotest::NginxServer* server : {http.get(), https.get()}) {
-      // A sparse file of 1 GiB: nginx sends zeros without reading a disk.
-      std::string path = server->AddFile("big.bin", "");
-      if (truncate(path.c_str(), kBig) != 0) {
-        why = "cannot make the 1 GiB file";
-        return;
-      }
-      zobench::WarmPageCache(path);
-      server->AddFile("small.txt", std::string(512, 's'));
-    }
-    ok = true;
-  }
+struct Peers : zobench::NginxPair {
+  Peers() : NginxPair(kBig, {{"small.txt", std::string(512, 's')}}) {}
 };
 
 Peers& Servers() {
@@ -81,7 +58,7 @@ void BM_Download1GiB_Library(benchmark::State& state) {
     return;
   }
   const bool tls = state.range(0) == 1;
-  zotest::NginxServer& server = tls ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(tls);
   const std::string out = Scratch("library.bin");
   XnCURL::XnHTTPReq request(tls ? XnCURL::protocolHTTPS : XnCURL::protocolHTTP);
   if (request.initialize(0).IsError()) {
@@ -113,7 +90,7 @@ void BM_Download1GiB_CurlTool(benchmark::State& state) {
     return;
   }
   const bool tls = state.range(0) == 1;
-  zotest::NginxServer& server = tls ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(tls);
   const std::string out = Scratch("tool.bin");
   std::vector<std::string> args = {"curl", "-s", "-f", "-o", out};
   if (tls) {

@@ -36,29 +36,11 @@ const char kScript[] =
     "  return 'PROXY proxy.test:3128; PROXY backup.test:3128; DIRECT';\n"
     "}\n";
 
-struct Peers {
-  std::unique_ptr<zotest::NginxServer> http, https;
+struct Peers : zobench::NginxPair {
   std::string source;
-  bool ok = false;
-  std::string why;
-  Peers() {
-    http.reset(new zotest::NginxServer({}));
-    zotest::NginxServer::Options tls;
-    tls.tls = true;
-    https.reset(new zotest::NginxServer(tls));
-    if (!http->Ok() || !https->Ok()) {
-      why = http->Ok() ? https->Reason() : http->Reason();
-      return;
-    }
-    for (zotest::NginxServer* server : {http.get(), https.get()}) {
-      std::string path = server->AddFile("big.bin", "");
-      if (truncate(path.c_str(), kBig) != 0) {
-        why = "cannot make the 1 GiB file";
-        return;
-      }
-      zobench::WarmPageCache(path);
-      server->AddFile("proxy.pac", kScript);
-    }
+  Peers() : NginxPair(kBig, {{"proxy.pac", kScript}}) {
+    if (!ok) return;
+    ok = false;
     source = Scratch("source.bin");
     FILE* f = fopen(source.c_str(), "wb");
     if (f == nullptr || ftruncate(fileno(f), kBig) != 0) {
@@ -82,7 +64,7 @@ Peers& Servers() {
 void BM_Download1GiB_CZoHTTP2(benchmark::State& state) {
   Peers& peers = Servers();
   if (!peers.ok) return state.SkipWithError(peers.why.c_str());
-  zotest::NginxServer& server = state.range(0) == 1 ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(state.range(0) == 1);
   const std::string out = Scratch("library.bin");
   for (auto _ : state) {
     unlink(out.c_str());
@@ -98,7 +80,7 @@ void BM_Download1GiB_CZoHTTP2(benchmark::State& state) {
 void BM_Download1GiB_CurlTool(benchmark::State& state) {
   Peers& peers = Servers();
   if (!peers.ok) return state.SkipWithError(peers.why.c_str());
-  zotest::NginxServer& server = state.range(0) == 1 ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(state.range(0) == 1);
   const std::string out = Scratch("tool.bin");
   // The tool as CZoHTTP2 is set: certificate errors not checked.
   std::vector<std::string> args = {"curl", "-s", "-f", "-k", "-o", out, server.Url("big.bin")};
@@ -113,7 +95,7 @@ void BM_Download1GiB_CurlTool(benchmark::State& state) {
 void BM_Upload1GiB_CZoHTTP2(benchmark::State& state) {
   Peers& peers = Servers();
   if (!peers.ok) return state.SkipWithError(peers.why.c_str());
-  zotest::NginxServer& server = state.range(0) == 1 ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(state.range(0) == 1);
   for (auto _ : state) {
     CZoHTTP2 http;
     CZoError e = http.UploadFile(peers.source.c_str(), server.Url("upload/library.bin").c_str());
@@ -129,7 +111,7 @@ void BM_Upload1GiB_CZoHTTP2(benchmark::State& state) {
 void BM_Upload1GiB_CurlTool(benchmark::State& state) {
   Peers& peers = Servers();
   if (!peers.ok) return state.SkipWithError(peers.why.c_str());
-  zotest::NginxServer& server = state.range(0) == 1 ? *peers.https : *peers.http;
+  zotest::NginxServer& server = peers.Of(state.range(0) == 1);
   std::vector<std::string> args = {"curl", "-s", "-f", "-k", "-T", peers.source, server.Url("upload/tool.bin"),
                                    "-o", "/dev/null"};
   for (auto _ : state) {

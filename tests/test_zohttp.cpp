@@ -760,33 +760,29 @@ TEST_F(ZoHTTPListing, MarkerIsCaseSensitivePerAgent) {
   EXPECT_EQ(List(lower, kJsp).files, (std::vector<std::string>{"y.txt"}));
 }
 
-TEST_F(ZoHTTPListing, OffsetOfSevenDropsTheFirstCharacter) {
-  Listed l = List("<a href=\"/skip\"></a><a href=\"xfile.txt\"></a><a href=\"/dir/file\"></a>", kJsp);
-  EXPECT_EQ(l.files, (std::vector<std::string>{"file.txt", "dir/file"}));
-}
-
-TEST_F(ZoHTTPListing, UnclosedLastLinkIsDropped) {
-  Listed l = List("<a href=\"/s\"></a><a href=\"/kept\"></a><a href=\"/lost", kJsp);
-  EXPECT_EQ(l.files, (std::vector<std::string>{"kept"}));
-}
-
-TEST_F(ZoHTTPListing, QueriesAndFragmentsAreKept) {
-  Listed l = List("<a href=\"/s\"></a><a href=\"/f.txt?v=2\"></a><a href=\"/g.txt#top\"></a>", kJsp);
-  EXPECT_EQ(l.files, (std::vector<std::string>{"f.txt?v=2", "g.txt#top"}));
-}
-
-TEST_F(ZoHTTPListing, SingleCharacterAndEmptyLinks) {
-  Listed single = List("<a href=\"/s\"></a><a href=\"/\"></a>", kJsp);
-  EXPECT_EQ(single.files, (std::vector<std::string>{""}));
-  Listed empty = List("<a href=\"/s\"></a><a href=\"\">text</a> and \"more\"", kJsp);
-  EXPECT_EQ(empty.files, (std::vector<std::string>{">text</a> and "}));
-}
-
-TEST_F(ZoHTTPListing, DirectoryLinksAreEntriesOnThisFoundation) {
-  // The test of the link's end reads past its last character, where the
-  // foundation's string gives the terminating NUL: no recursion.
-  Listed l = List("<a href=\"/s\"></a><a href=\"/sub/\"></a><a href=\"/f\"></a>", kJsp);
-  EXPECT_EQ(l.files, (std::vector<std::string>{"sub/", "f"}));
+// Pages and the names the scan takes from them (the first link always
+// dropped), with the rule each row shows.
+TEST_F(ZoHTTPListing, ScanRules) {
+  struct Row {
+    const char* rule;
+    const char* page;
+    std::vector<std::string> files;
+  };
+  const Row rows[] = {
+      {"an offset of seven drops each link's first character",
+       "<a href=\"/skip\"></a><a href=\"xfile.txt\"></a><a href=\"/dir/file\"></a>", {"file.txt", "dir/file"}},
+      {"an unclosed last link is dropped", "<a href=\"/s\"></a><a href=\"/kept\"></a><a href=\"/lost", {"kept"}},
+      {"queries and fragments are kept", "<a href=\"/s\"></a><a href=\"/f.txt?v=2\"></a><a href=\"/g.txt#top\"></a>",
+       {"f.txt?v=2", "g.txt#top"}},
+      {"a one-character link is an empty name", "<a href=\"/s\"></a><a href=\"/\"></a>", {""}},
+      {"an empty link runs to the next quote", "<a href=\"/s\"></a><a href=\"\">text</a> and \"more\"",
+       {">text</a> and "}},
+      // The test of the link's end reads past its last character, where the
+      // foundation's string gives the terminating NUL: no recursion.
+      {"directory links are entries on this foundation",
+       "<a href=\"/s\"></a><a href=\"/sub/\"></a><a href=\"/f\"></a>", {"sub/", "f"}},
+  };
+  for (const Row& row : rows) EXPECT_EQ(List(row.page, kJsp).files, row.files) << row.rule;
 }
 
 TEST_F(ZoHTTPListing, ErrorPageIsScannedLikeAnyOther) {
