@@ -46,12 +46,6 @@ void Prepare(FtpReq& request, const zotest::FtpServer& ftp, bool login = true) {
   ASSERT_FALSE(request.SetTimeOut(30).IsError());
 }
 
-CZoError Fetch(FtpReq& request, const std::string& path, std::string& body) {
-  body.clear();
-  request.setWriteFunctionPointer(&body, &CollectInto);
-  return request.download(path.c_str(), kNone);
-}
-
 CZoError Upload(FtpReq& request, const std::string& source, const std::string& path,
                 const std::vector<commandInfo>& commands = kNone) {
   FILE* in = fopen(source.c_str(), "rb");
@@ -80,20 +74,13 @@ std::vector<std::string> Listing(FtpReq& request, const std::string& path, const
   return names;
 }
 
-struct Row {
-  const char* server;
-  const char* path;
-  const char* port;
-  const char* url;
-};
-
 }  // namespace
 
 // ---- the URL, before and as curl gets it ----
 
 TEST(FtpRequest, TheURLCompositionTable) {
   zotest::FdLeakCheck leaks;
-  const Row rows[] = {
+  const UrlRow rows[] = {
       {"host", "a/b", "", "ftp://host/a/b"},
       {"host", "/a", "21", "ftp://host:21//a"},
       {"ftp://host/", "a", "", "ftp://host/a"},
@@ -110,28 +97,15 @@ TEST(FtpRequest, TheURLCompositionTable) {
       {"host", "x/", "", "ftp://host/x/"},
   };
   const int closed = zotest::PickFreePort();
-  for (const Row& row : rows) {
-    FtpReq request;
-    ASSERT_FALSE(request.initialize(0).IsError());
-    request.setURL(row.server);
-    request.setPortNumber(row.port);
-    request.setURLPath(row.path);
-    std::string url;
-    ASSERT_FALSE(request.getFullWorkingURL(url).IsError());
-    EXPECT_EQ(url, row.url) << row.server << " + " << row.path;
-    // Every name goes to a closed loopback port: curl keeps the URL it was given.
-    const std::string connectTo = "::127.0.0.1:" + std::to_string(closed);
-    curl_slist* to = CurlWrapper::xn_curl_slist_append(nullptr, connectTo.c_str());
-    ASSERT_EQ(CurlWrapper::xn_curl_easy_setopt(request.Handle(), CURLOPT_CONNECT_TO, static_cast<void*>(to)), CURLE_OK);
-    std::string body;
-    CZoError e = Fetch(request, row.path, body);
-    EXPECT_TRUE(e.Is(CurlCode(CURLE_COULDNT_CONNECT))) << e.AsString();
+  for (const UrlRow& row : rows) {
+    Composed c;
+    ASSERT_NO_FATAL_FAILURE(Compose<XnFTPReq>(row, closed, c));
+    EXPECT_EQ(c.url, row.url) << row.server << " + " << row.path;
+    EXPECT_TRUE(c.sent.Is(CurlCode(CURLE_COULDNT_CONNECT))) << c.sent.AsString();
     // curl reads a second scheme as a host and a path of its own.
     if (std::string(row.url).find("://", 6) == std::string::npos) {
-      EXPECT_EQ(request.EffectiveUrl(), row.url);
+      EXPECT_EQ(c.effective, row.url);
     }
-    CurlWrapper::xn_curl_easy_setopt(request.Handle(), CURLOPT_CONNECT_TO, static_cast<void*>(nullptr));
-    CurlWrapper::xn_curl_slist_free_all(to);
   }
 }
 

@@ -30,19 +30,6 @@ size_t ReadFromFile(void* data, size_t size, size_t count, void* context) {
   return fread(data, size, count, static_cast<FILE*>(context));
 }
 
-CZoError Fetch(SftpReq& request, const std::string& path, std::string& body) {
-  body.clear();
-  request.setWriteFunctionPointer(&body, &CollectInto);
-  return request.download(path.c_str(), kNone);
-}
-
-struct Row {
-  const char* server;
-  const char* path;
-  const char* port;
-  const char* url;
-};
-
 class SftpLive : public ::testing::Test {
 protected:
   void SetUp() override {
@@ -74,7 +61,7 @@ protected:
 
 TEST(SftpRequest, TheURLCompositionTable) {
   zotest::FdLeakCheck leaks;
-  const Row rows[] = {
+  const UrlRow rows[] = {
       {"host", "a", "", "sftp://host/a"},
       {"SFTP://host", "a", "", "SFTP://host/a"},
       {"host", "SFTP://other/x", "", "SFTP://other/x"},
@@ -85,29 +72,17 @@ TEST(SftpRequest, TheURLCompositionTable) {
       {"host", "ftp://other/x", "", "sftp://host/ftp://other/x"},
   };
   const int closed = zotest::PickFreePort();
-  for (const Row& row : rows) {
-    SftpReq request;
-    ASSERT_FALSE(request.initialize(0).IsError());
-    request.setURL(row.server);
-    request.setPortNumber(row.port);
-    request.setURLPath(row.path);
-    std::string url;
-    ASSERT_FALSE(request.getFullWorkingURL(url).IsError());
-    EXPECT_EQ(url, row.url) << row.server << " + " << row.path;
-    const std::string connectTo = "::127.0.0.1:" + std::to_string(closed);
-    curl_slist* to = CurlWrapper::xn_curl_slist_append(nullptr, connectTo.c_str());
-    ASSERT_EQ(CurlWrapper::xn_curl_easy_setopt(request.Handle(), CURLOPT_CONNECT_TO, static_cast<void*>(to)), CURLE_OK);
-    std::string body;
-    CZoError e = Fetch(request, row.path, body);
-    EXPECT_TRUE(e.Is(CurlCode(CURLE_COULDNT_CONNECT))) << e.AsString();
+  for (const UrlRow& row : rows) {
+    Composed c;
+    ASSERT_NO_FATAL_FAILURE(Compose<XnSFTPReq>(row, closed, c));
+    EXPECT_EQ(c.url, row.url) << row.server << " + " << row.path;
+    EXPECT_TRUE(c.sent.Is(CurlCode(CURLE_COULDNT_CONNECT))) << c.sent.AsString();
     // curl writes the scheme in lower case and keeps the rest.
     std::string expected = row.url;
     std::transform(expected.begin(), expected.begin() + 4, expected.begin(), ::tolower);
     if (expected.find("://", 7) == std::string::npos) {
-      EXPECT_EQ(request.EffectiveUrl(), expected);
+      EXPECT_EQ(c.effective, expected);
     }
-    CurlWrapper::xn_curl_easy_setopt(request.Handle(), CURLOPT_CONNECT_TO, static_cast<void*>(nullptr));
-    CurlWrapper::xn_curl_slist_free_all(to);
   }
 }
 
