@@ -182,8 +182,7 @@ TEST_F(ZoHTTPCredentials, StaleAuthorizationStillGoesOutWithTheUpload) {
   ScriptedHttpPeer peer({{Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "x";
+  std::string file = dir.Write("l.log", "x");
   ZoHTTP h("agent");
   h.SetBaseURL(peer.Url("logs").c_str());
   h.SetUser("old");
@@ -201,8 +200,7 @@ TEST_F(ZoHTTPCredentials, SeventySixCharactersSendOneAuthorizationLine) {
   ScriptedHttpPeer peer({{Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "x";
+  std::string file = dir.Write("l.log", "x");
   ZoHTTP h("agent");
   h.SetBaseURL(peer.Url("").c_str());
   std::string user(28, 'u'), password(28, 'p');
@@ -503,8 +501,7 @@ TEST_F(ZoHTTPUpload, FormIsByteExactForTheAspAgent) {
   ScriptedHttpPeer peer({{Ok("stored")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("sys.log");
-  std::ofstream(file) << "line one\nline two\n";
+  std::string file = dir.Write("sys.log", "line one\nline two\n");
   zotest::FdLeakCheck leaks;
   {
     ZoHTTP h("MyAgent/2");
@@ -534,8 +531,7 @@ TEST_F(ZoHTTPUpload, FormIsByteExactForTheJspAgentWithPasswordInClear) {
   ScriptedHttpPeer peer({{Ok("stored")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("dir\\with back\\slash.log");
-  std::ofstream(file) << "data";
+  std::string file = dir.Write("dir\\with back\\slash.log", "data");
   ZoHTTP h("Use_JSP_for_Upload");
   h.SetBaseURL(peer.Url("svc").c_str());
   h.SetUser("carol");
@@ -589,8 +585,7 @@ TEST_F(ZoHTTPUpload, RetryWithBytesFailsOnTheClosedFile) {
   ScriptedHttpPeer peer({{challenge}, {Ok("ok")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("f.log");
-  std::ofstream(file) << "bytes";
+  std::string file = dir.Write("f.log", "bytes");
   ZoHTTP h("agent");
   h.SetBaseURL(peer.Url("").c_str());
   h.SetUser("u");
@@ -608,8 +603,7 @@ TEST_F(ZoHTTPUpload, UnknownAuthorityLoopEndsOnceTheFlagsAreSet) {
   zotest::NginxServer nginx(options);
   ASSERT_TRUE(nginx.Ok()) << nginx.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "tls upload";
+  std::string file = dir.Write("l.log", "tls upload");
   zotest::FdLeakCheck leaks;
   {
     ZoHTTP h("agent");
@@ -631,8 +625,7 @@ TEST_F(ZoHTTPUpload, HttpsThroughAnAuthenticatingProxy) {
   zotest::ForwardProxy proxy("pu", "pp");
   ASSERT_TRUE(proxy.Ok()) << proxy.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "tunnelled upload";
+  std::string file = dir.Write("l.log", "tunnelled upload");
   std::string list = "https=127.0.0.1:" + std::to_string(proxy.Port());
   {
     // The tunnel is refused until the proxy credentials are on the request,
@@ -659,8 +652,7 @@ TEST_F(ZoHTTPUpload, HttpsThroughAnAuthenticatingProxy) {
 TEST_F(ZoHTTPUpload, RefusedPortIsReportedByTheFirstWrite) {
   int port = zotest::PickFreePort();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "x";
+  std::string file = dir.Write("l.log", "x");
   ZoHTTP h("agent");
   h.SetBaseURL(("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
   CZoError e = h.UploadFile(file.c_str(), "T");
@@ -680,8 +672,7 @@ TEST_F(ZoHTTPUpload, OperationStaysAtThreeSoALaterUrlFetchPosts) {
   ScriptedHttpPeer peer({{Ok("ok")}, {Ok("then")}});
   ASSERT_TRUE(peer.Ok()) << peer.Reason();
   zotest::TempDir dir;
-  std::string file = dir.File("l.log");
-  std::ofstream(file) << "x";
+  std::string file = dir.Write("l.log", "x");
   ZoHTTP h("agent");
   h.SetBaseURL(peer.Url("").c_str());
   EXPECT_FALSE(h.UploadFile(file.c_str(), "T").IsError());

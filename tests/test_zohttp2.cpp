@@ -58,6 +58,14 @@ bool Exists(const std::string& path) {
 std::string W2S(const std::wstring& w) { return FXString::ToString(w); }
 bool HasText(const CZoError& e, const std::string& text) { return e.AsString().find(text) != std::string::npos; }
 
+// Downloads the peer's "p" into dir's "f" with the credentials given.
+CZoError DownloadAs(const ScriptedHttpPeer& peer, const zotest::TempDir& dir, const char* user, const char* password) {
+  CZoHTTP2 h;
+  h.SetUser(user);
+  h.SetPassword(password);
+  return h.DownloadFile(dir.File("f").c_str(), peer.Url("p").c_str());
+}
+
 // A session, connection and GET request of the layer's second face, closed
 // in reverse order at the end of the scope. The session may have its status
 // callback set before the connection is made.
@@ -571,10 +579,7 @@ TEST(ZoHTTP2Auth, A401ThenA200SendsTwiceWithCredentials) {
   REQUIRE_PEER(peer);
   zotest::FdLeakCheck leaks;
   zotest::TempDir dir;
-  CZoHTTP2 h;
-  h.SetUser("user");
-  h.SetPassword("pass");
-  CZoError e = h.DownloadFile(dir.File("f").c_str(), peer.Url("p").c_str());
+  CZoError e = DownloadAs(peer, dir, "user", "pass");
   ASSERT_FALSE(e.IsError()) << e.AsString();
   EXPECT_EQ(zotest::ReadFile(dir.File("f")), "in");
   auto requests = peer.Requests();
@@ -631,10 +636,7 @@ TEST(ZoHTTP2Auth, A401AfterA407IsStillAnswered) {
                          R(Status(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"r\""})), R(Ok("both"))});
   REQUIRE_PEER(peer);
   zotest::TempDir dir;
-  CZoHTTP2 h;
-  h.SetUser("user");
-  h.SetPassword("pass");
-  CZoError e = h.DownloadFile(dir.File("f").c_str(), peer.Url("p").c_str());
+  CZoError e = DownloadAs(peer, dir, "user", "pass");
   ASSERT_FALSE(e.IsError()) << e.AsString();
   EXPECT_EQ(zotest::ReadFile(dir.File("f")), "both");
   auto requests = peer.Requests();
