@@ -15,38 +15,24 @@ namespace zotest {
 
 // A peer that accepts connections, reads one request head from each and then
 // resets it (SO_LINGER 0, close): the client sees ECONNRESET.
-class ResettingPeer {
+class ResettingPeer : public ServerProcess {
 public:
   ResettingPeer();
   ~ResettingPeer();
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
 
 private:
   FixtureDir m_dir{"reset"};
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason;
 };
 
 // openssl s_server -www on 127.0.0.1 with the given certificate and key
 // (and, with clientCaFile, a demand for a client certificate).
-class TlsPeer {
+class TlsPeer : public ServerProcess {
 public:
   TlsPeer(const std::string& certFile, const std::string& keyFile, const std::string& clientCaFile = "");
   ~TlsPeer();
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
 
 private:
   FixtureDir m_dir{"tls"};
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason;
 };
 
 // A certificate for localhost and 127.0.0.1 from the CA whose certificate

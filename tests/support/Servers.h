@@ -153,6 +153,23 @@ private:
   std::string m_path;
 };
 
+// What every server fixture keeps: its process (stopped by the fixture's
+// destructor), whether it started and, when not, why (with its logs), and
+// the loopback port it listens on.
+class ServerProcess {
+public:
+  bool Ok() const { return m_ok; }
+  // Why it did not start; "" when Ok().
+  const std::string& Reason() const { return m_reason; }
+  int Port() const { return m_port; }
+
+protected:
+  ChildProcess m_child;
+  bool m_ok = false;
+  int m_port = 0;
+  std::string m_reason;
+};
+
 // A throwaway certificate authority and a server certificate for "localhost"
 // (SAN DNS:localhost, IP:127.0.0.1), made with openssl in a temp dir that
 // goes with the object. RSA 2048, valid for two days.
@@ -192,7 +209,7 @@ private:
 //   /status/NNN              an answer with status NNN and nginx's own body, for
 //                            200 201 204 301 302 303 307 308 400 401 403 404 405
 //                            409 410 500 501 502 503
-class NginxServer {
+class NginxServer : public ServerProcess {
 public:
   struct Options {
     bool tls = false;          // HTTPS with a certificate from a throwaway CA
@@ -205,10 +222,6 @@ public:
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;
 
-  bool Ok() const { return m_ok; }
-  // Why it did not start, with its logs; "" when Ok().
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
   // "http://localhost:PORT/path" (https with tls); a leading '/' in path is allowed.
   std::string Url(const std::string& path) const;
   // The served directory; private/ and upload/ are below it.
@@ -234,17 +247,14 @@ private:
   Options m_options;
   FixtureDir m_dir{"nginx"};
   std::unique_ptr<ThrowawayCA> m_ca;
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason, m_root;
+  std::string m_root;
 };
 
 // A scriptable HTTP peer: python3 with the standard library only
 // (tests/support/http_peer.py), for byte-exact cases. It reads each request
 // whole (headers, then a body by Content-Length or chunked framing), records
 // it, and sends the next scripted reply.
-class ScriptedHttpPeer {
+class ScriptedHttpPeer : public ServerProcess {
 public:
   // Each response is raw bytes to send for one request, plus an action.
   struct Reply {
@@ -266,9 +276,6 @@ public:
   ScriptedHttpPeer(const ScriptedHttpPeer&) = delete;
   ScriptedHttpPeer& operator=(const ScriptedHttpPeer&) = delete;
 
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
   // "http://localhost:PORT/path".
   std::string Url(const std::string& path) const;
   // Every request received so far, raw bytes (request line, headers, body), in order.
@@ -290,16 +297,12 @@ public:
 
 private:
   FixtureDir m_dir{"peer"};
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason;
 };
 
 // A forward proxy with Basic authentication: tinyproxy in the foreground with
 // a private configuration, logging what it forwards. Plain requests and
 // CONNECT tunnels to any port are allowed, from 127.0.0.1 only.
-class ForwardProxy {
+class ForwardProxy : public ServerProcess {
 public:
   // Basic auth with user and password; an empty user: no authentication.
   // Neither may hold blanks or quotes (tinyproxy's configuration cannot).
@@ -308,9 +311,6 @@ public:
   ForwardProxy(const ForwardProxy&) = delete;
   ForwardProxy& operator=(const ForwardProxy&) = delete;
 
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
   // "http://127.0.0.1:PORT" (for a client's proxy setting).
   std::string Url() const;
   // What it forwarded, from its log: the URL of each plain request
@@ -322,10 +322,6 @@ public:
 
 private:
   FixtureDir m_dir{"proxy"};
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason;
 };
 
 // Why servers cannot be given a private view of the system's files here
@@ -352,7 +348,7 @@ struct PrivateLogin {
 // another uid: they read everything and write only in upload/ (mode 0777),
 // because vsftpd refuses an anonymous root that the session could write to.
 // vsftpd answers a wrong password after a one-second delay of its own.
-class FtpServer {
+class FtpServer : public ServerProcess {
 public:
   struct Options {
     bool tls = false;          // explicit FTPS: AUTH TLS; the login must use it (anonymous may not)
@@ -366,9 +362,6 @@ public:
   FtpServer(const FtpServer&) = delete;
   FtpServer& operator=(const FtpServer&) = delete;
 
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
   // "ftp://localhost:PORT/path" ("ftps://" with implicitTls); path is below Root().
   std::string Url(const std::string& path) const;
   // The served tree, which is "/" to its clients.
@@ -386,10 +379,7 @@ private:
   Options m_options;
   FixtureDir m_dir{"ftp"};
   std::unique_ptr<ThrowawayCA> m_ca;
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason, m_root;
+  std::string m_root;
 };
 
 // OpenSSH's sshd on 127.0.0.1, a free port, with its own host key, config,
@@ -399,7 +389,7 @@ private:
 // where /run is a private tmpfs for its privilege-separation folder. The
 // login is uid 0 so that it reaches the temp dir; it is not jailed, so paths
 // are absolute: Url() puts Root() in front.
-class SshServer {
+class SshServer : public ServerProcess {
 public:
   struct Options {
     std::string user = "tester", password = "secret";  // the login
@@ -410,9 +400,6 @@ public:
   SshServer(const SshServer&) = delete;
   SshServer& operator=(const SshServer&) = delete;
 
-  bool Ok() const { return m_ok; }
-  const std::string& Reason() const { return m_reason; }
-  int Port() const { return m_port; }
   const std::string& User() const { return m_options.user; }
   const std::string& Password() const { return m_options.password; }
   // "sftp://localhost:PORT" + Root() + "/" + path. Root() is also the
@@ -447,10 +434,7 @@ public:
 private:
   Options m_options;
   FixtureDir m_dir{"ssh"};
-  ChildProcess m_child;
-  bool m_ok = false;
-  int m_port = 0;
-  std::string m_reason, m_root, m_hostSha256, m_hostMd5;
+  std::string m_root, m_hostSha256, m_hostMd5;
 };
 
 }  // namespace zotest
