@@ -61,14 +61,21 @@ if [ "${ZONET_QUICK:-0}" != 1 ]; then
     share=$(( fuzz_seconds / ${#targets[@]} ))
     [ "$share" -ge 5 ] || share=5
     step "fuzz targets: ${fuzz_seconds}s in all, ${share}s each for ${#targets[@]} targets"
+    # Targets that load libcurl: the library unloads it, and OpenSSL with it,
+    # at the process's end, where LeakSanitizer's tracer can crash on their
+    # thread-local blocks. Their leak check leaves thread-local roots out (as
+    # the curl tests' does, tests/CMakeLists.txt).
+    curl_targets=" fuzz_curl_error fuzz_curl_url fuzz_curl_urlencode fuzz_ftp_url fuzz_listing_parsers "
     for target in "${targets[@]}"; do
       name=$(basename "$target")
+      lsan=""
+      [[ "$curl_targets" == *" $name "* ]] && lsan="use_tls=0"
       corpus="build/fuzz/corpus/$name"
       mkdir -p "$corpus"
       seeds="fuzz/corpus/$name"
       [ -d "$seeds" ] || seeds=""
       echo "-- $name"
-      logged "build/fuzz/logs/$name.log" 1 \
+      LSAN_OPTIONS="$lsan" logged "build/fuzz/logs/$name.log" 1 \
         "$target" -max_total_time="$share" -rss_limit_mb=2048 "$corpus" $seeds
     done
   fi
